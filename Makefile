@@ -1,0 +1,35 @@
+# Both targets work on a fresh Debian 12 machine as root.
+BUILD ?= build
+PREFIX := $(abspath $(BUILD))/wineprefix
+JOBS ?= $(shell nproc)
+
+.PHONY: all deps configure build test demo bench clean
+
+all: build
+
+deps:
+	scripts/setup.sh
+
+configure: deps
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+# Builds everything, makes the lab and runs unit and integration tests.
+test: build
+	scripts/lab.sh prepare $(PREFIX)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS); rc=$$?; \
+	  $(CURDIR)/scripts/lab.sh stop $(PREFIX); exit $$rc
+
+# Runs the tool's job in a fresh lab and shows what it left behind.
+demo: build
+	scripts/demo.sh $(BUILD)
+
+bench: build
+	scripts/lab.sh prepare $(PREFIX)
+	scripts/bench.sh $(BUILD); rc=$$?; scripts/lab.sh stop $(PREFIX); exit $$rc
+
+clean:
+	-scripts/lab.sh stop $(PREFIX)
+	rm -rf $(BUILD)

@@ -1,0 +1,3 @@
+#include "app/wmain.h"
+
+int wmain(int, wchar_t**) { return RunUpdateTool(); }

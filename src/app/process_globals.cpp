@@ -1,0 +1,1 @@
+// Process-wide objects built during static initialisation, in this order.

@@ -1,0 +1,3 @@
+#include "app/wmain.h"
+
+int RunUpdateTool() { return -1; }

@@ -1,0 +1,3 @@
+#pragma once
+// The run of one job from start to exit code.
+int RunUpdateTool();

@@ -1,0 +1,189 @@
+#include "core/string/corestring.h"
+
+#include "platform/win.h"
+
+namespace CORE {
+
+void throwCore(const wchar_t* text) { throw coreException(0, text); }
+
+namespace {
+
+using WideFormatter = int(__cdecl*)(wchar_t*, size_t, const wchar_t*, va_list);
+using WideFormatterLocale = int(__cdecl*)(wchar_t*, size_t, const wchar_t*, void*, va_list);
+using NarrowFormatter = int(__cdecl*)(char*, size_t, const char*, va_list);
+using NarrowFormatterLocale = int(__cdecl*)(char*, size_t, const char*, void*, va_list);
+
+// The tool's formats follow msvcrt's conventions (%s wide in a wide format,
+// %S narrow, %I64u, positional arguments). mingw's headers send swprintf to
+// C99 semantics, so msvcrt's own entry points are taken from the DLL. Some
+// msvcrt builds export only the _l variant; a null locale is the current one.
+struct Formatters {
+    WideFormatter wide = nullptr;
+    WideFormatterLocale wideLocale = nullptr;
+    NarrowFormatter narrow = nullptr;
+    NarrowFormatterLocale narrowLocale = nullptr;
+
+    Formatters()
+    {
+        HMODULE crt = ::GetModuleHandleW(L"msvcrt.dll");
+        if (!crt)
+            crt = ::LoadLibraryW(L"msvcrt.dll");
+        if (!crt)
+            return;
+        wide = reinterpret_cast<WideFormatter>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vswprintf_p")));
+        wideLocale = reinterpret_cast<WideFormatterLocale>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vswprintf_p_l")));
+        narrow = reinterpret_cast<NarrowFormatter>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vsprintf_p")));
+        narrowLocale = reinterpret_cast<NarrowFormatterLocale>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vsprintf_p_l")));
+    }
+};
+
+const Formatters& formatters()
+{
+    static const Formatters f;
+    return f;
+}
+
+}  // namespace
+
+int corestring_text<wchar_t>::compare(std::uint32_t flags, const wchar_t* a, int na, const wchar_t* b, int nb)
+{
+    return ::CompareStringW(LOCALE_USER_DEFAULT, flags, a, na, b, nb);
+}
+
+void corestring_text<wchar_t>::lower(wchar_t* s, std::uint32_t n) { ::CharLowerBuffW(s, n); }
+
+long long corestring_text<wchar_t>::toInt64(const wchar_t* s) { return ::_wcstoi64(s, nullptr, 0); }
+
+int corestring_text<wchar_t>::vformat(wchar_t* buffer, size_t count, const wchar_t* format, va_list args)
+{
+    const Formatters& f = formatters();
+    if (f.wide)
+        return f.wide(buffer, count, format, args);
+    if (f.wideLocale)
+        return f.wideLocale(buffer, count, format, nullptr, args);
+    return -1;
+}
+
+int corestring_text<char>::compare(std::uint32_t flags, const char* a, int na, const char* b, int nb)
+{
+    return ::CompareStringA(LOCALE_USER_DEFAULT, flags, a, na, b, nb);
+}
+
+void corestring_text<char>::lower(char* s, std::uint32_t n) { ::CharLowerBuffA(s, n); }
+
+long long corestring_text<char>::toInt64(const char* s) { return ::_strtoi64(s, nullptr, 0); }
+
+int corestring_text<char>::vformat(char* buffer, size_t count, const char* format, va_list args)
+{
+    const Formatters& f = formatters();
+    if (f.narrow)
+        return f.narrow(buffer, count, format, args);
+    if (f.narrowLocale)
+        return f.narrowLocale(buffer, count, format, nullptr, args);
+    return -1;
+}
+
+coremstring to_mstr(const wchar_t* text, std::uint64_t length, std::uint32_t codePage)
+{
+    if (!text)
+        return coremstring();
+    if (length == corestring::npos)
+        length = std::wcslen(text);
+    if (length == 0)
+        return coremstring();
+    std::uint64_t size = 3 * (length + 1);
+    char* buffer = static_cast<char*>(std::malloc(size));
+    if (!buffer)
+        throwOutOfMem();
+    int n = ::WideCharToMultiByte(codePage, 0, text, static_cast<int>(length + 1), buffer, static_cast<int>(size),
+                                  nullptr, nullptr);
+    if (n == 0) {
+        std::free(buffer);
+        throwCore(L"to_mstr Failed");
+    }
+    coremstring result;
+    try {
+        result.assign(buffer, strnlen(buffer, static_cast<size_t>(n)));
+    } catch (...) {
+        std::free(buffer);
+        throw;
+    }
+    std::free(buffer);
+    return result;
+}
+
+corestring to_wstr(const char* text, std::uint64_t length, std::uint32_t codePage)
+{
+    if (!text)
+        return corestring();
+    if (length == coremstring::npos)
+        length = std::strlen(text);
+    if (length == 0)
+        return corestring();
+    std::uint64_t size = length + 1;
+    auto* buffer = static_cast<wchar_t*>(std::malloc(size * sizeof(wchar_t)));
+    if (!buffer)
+        throwOutOfMem();
+    int n = ::MultiByteToWideChar(codePage, 0, text, static_cast<int>(length + 1), buffer, static_cast<int>(size));
+    if (n == 0) {
+        std::free(buffer);
+        throwCore(L"to_wstr Failed");
+    }
+    corestring result;
+    try {
+        result.assign(buffer, wcsnlen(buffer, static_cast<size_t>(n)));
+    } catch (...) {
+        std::free(buffer);
+        throw;
+    }
+    std::free(buffer);
+    return result;
+}
+
+corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t flags, const void* source,
+                         va_list* arguments)
+{
+    constexpr DWORD kSize = 4096;
+    auto* buffer = static_cast<wchar_t*>(std::malloc(kSize * sizeof(wchar_t)));
+    if (!buffer)
+        throwOutOfMem();
+    buffer[0] = L'\0';
+    DWORD n = ::FormatMessageW(flags, source, id, language, buffer, kSize, arguments);
+    corestring text;
+    try {
+        if (n)
+            text.assign(buffer, std::min<DWORD>(n, kSize - 1));
+        text.trim(corestring::blanks);
+    } catch (...) {
+        std::free(buffer);
+        throw;
+    }
+    std::free(buffer);
+    return text;
+}
+
+corestring errorText(std::uint32_t code)
+{
+    corestring text;
+    if (code < 0x80000000u)
+        corestring::format(text, L"%d", static_cast<int>(code));
+    else
+        corestring::format(text, L"0x%p", reinterpret_cast<void*>(static_cast<std::uintptr_t>(code)));
+    // Inserts are left as they stand: there are no arguments to put in.
+    corestring message =
+        systemMessage(code, 0, FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, nullptr);
+    text.append(L" (");
+    text.append(message);
+    text.append(L")");
+    return text;
+}
+
+bool keywordEquals(const wchar_t* text, const wchar_t* literal, bool ignoreCase)
+{
+    const wchar_t* a = text ? text : L"";
+    size_t n = std::min(std::wcslen(a), std::wcslen(literal)) + 1;
+    return ::CompareStringW(LOCALE_USER_DEFAULT, ignoreCase ? NORM_IGNORECASE : 0, a, static_cast<int>(n), literal,
+                            static_cast<int>(n)) == CSTR_EQUAL;
+}
+
+}  // namespace CORE
