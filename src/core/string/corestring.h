@@ -79,7 +79,7 @@ public:
     // The four characters trimmed throughout the program.
     static constexpr C blanks[] = {C(' '), C('\t'), C('\r'), C('\n'), C(0)};
 
-    basic_corestring() noexcept : m_p(nullptr) {}
+    constexpr basic_corestring() noexcept : m_p(nullptr) {}
     basic_corestring(const C* text, std::uint64_t length = npos) : m_p(nullptr) { assign(text, length); }
     basic_corestring(const basic_corestring& other) : m_p(nullptr) { *this = other; }
     basic_corestring(basic_corestring&& other) noexcept : m_p(other.m_p) { other.m_p = nullptr; }

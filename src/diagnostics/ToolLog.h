@@ -1,0 +1,41 @@
+#pragma once
+// The tool's own log: the whole text is kept in memory and the whole UTF-16
+// file is rewritten for every line, so the file is complete at every moment.
+#include <cstdarg>
+#include <ctime>
+
+#include "core/string/corestring.h"
+
+using CORE::corestring;
+
+class ToolLog {
+public:
+    // Directory, file name, banner; registers Close for process exit when
+    // registerExit is set (the process-wide log does, test instances don't).
+    static void Open(ToolLog& log, bool registerExit = true);
+    static void WriteLine(ToolLog& log, const corestring& message);
+    // "=== End ===" on the process-wide log, then its fields are released.
+    static void Close();
+    static void Close(ToolLog& log);
+
+    const corestring& path() const { return m_path; }
+    const corestring& text() const { return m_text; }
+
+private:
+    corestring m_path;
+    corestring m_text;
+};
+
+// The one process-wide instance. Never destroyed: Close releases its text.
+ToolLog& TheToolLog();
+
+// Formats with the Microsoft printf conventions and writes one line to the
+// process-wide log: LogLine(L"%s: Update key: %s", L"UtilGetActiveUpdate", key.handle()).
+void LogLine(const wchar_t* format, ...);
+
+corestring GetInstallerLogsDirectory();
+corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
+                           wchar_t millisecondsSeparator, int milliseconds);
+corestring NowAsText(wchar_t dateSeparator, wchar_t timeSeparator, wchar_t millisecondsSeparator);
+CORE::coremstring GetFileVersionString(const wchar_t* path);
+void DeliveryLogCallback(int level, const char* format, va_list arguments);

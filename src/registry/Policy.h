@@ -1,0 +1,18 @@
+#pragma once
+// Reads of settings that group policy of either brand may override.
+#include <cstdint>
+#include <map>
+
+#include "core/string/corestring.h"
+
+using CORE::corestring;
+
+// Component (lower case, first subkey under the new-brand root) -> its
+// subkey below the legacy policy base.
+using LegacyPolicyMap = std::map<corestring, corestring>;
+const LegacyPolicyMap& LegacyPolicyTable();
+
+corestring TranslateToLegacyPolicy(const corestring& subkey);
+std::uint32_t PolicyRead(corestring& out, const wchar_t* path, std::uint32_t requiredType, bool use32BitRegistry,
+                         corestring* usedPath);
+corestring PolicyReadOrDefault(const wchar_t* path, const wchar_t* defaultText, bool use32BitRegistry = false);
