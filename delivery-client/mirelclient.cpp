@@ -29,8 +29,8 @@ const char* textOf(const NarrowText& text)
 
 MIRELCLIENT_API void MirelSetLogCallback(MirelLogCallback callback)
 {
+    // Quiet here: the caller is usually still opening its own log.
     g_log.store(callback);
-    log(0, "mirelclient: log callback registered");
 }
 
 MIRELCLIENT_API void MirelSetPemFile(const NarrowText& pemFile)

@@ -1,1 +1,13 @@
-// Process-wide objects built during static initialisation, in this order.
+// Process-wide objects built during static initialisation. Their order is
+// the order of definition in this file: the host's architecture first (its
+// line reaches standard output only), then the tool log.
+#include "agent/Agent.h"
+#include "diagnostics/ToolLog.h"
+
+namespace {
+
+const bool g_hostChecked = (isHostX64 = Agent::IsHostX64(), true);
+
+const bool g_toolLogOpen = (ToolLog::Open(TheToolLog(), true), true);
+
+}  // namespace

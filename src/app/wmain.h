@@ -1,3 +1,11 @@
 #pragma once
-// The run of one job from start to exit code.
-int RunUpdateTool();
+#include "app/RunResult.h"
+
+// The run of one job, from the kill switch to the exit code.
+RunResult RunUpdateTool();
+// The kill switch: "Enabled" under the new root (policy-aware), read twice.
+bool IsUpdateToolEnabled();
+// The legacy workflow's marker that the first half has run.
+bool IsPreflightCheckComplete();
+// The platform check of a job's "ARCH" against the host.
+RunResult CheckPlatform(const CORE::corestring& arch, bool hostX64);

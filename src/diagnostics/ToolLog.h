@@ -3,6 +3,7 @@
 // file is rewritten for every line, so the file is complete at every moment.
 #include <cstdarg>
 #include <ctime>
+#include <string>
 
 #include "core/string/corestring.h"
 
@@ -37,5 +38,5 @@ corestring GetInstallerLogsDirectory();
 corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
                            wchar_t millisecondsSeparator, int milliseconds);
 corestring NowAsText(wchar_t dateSeparator, wchar_t timeSeparator, wchar_t millisecondsSeparator);
-CORE::coremstring GetFileVersionString(const wchar_t* path);
+std::string GetFileVersionString(const wchar_t* path);  // "" when there is none
 void DeliveryLogCallback(int level, const char* format, va_list arguments);

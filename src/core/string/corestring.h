@@ -83,10 +83,12 @@ public:
     basic_corestring(const C* text, std::uint64_t length = npos) : m_p(nullptr) { assign(text, length); }
     basic_corestring(const basic_corestring& other) : m_p(nullptr) { *this = other; }
     basic_corestring(basic_corestring&& other) noexcept : m_p(other.m_p) { other.m_p = nullptr; }
-    ~basic_corestring() noexcept(false) { release(); }
+    // A corrupted block found here ends the process (terminate), as nothing
+    // in the tool may catch the corruption; release() throws it to callers.
+    ~basic_corestring() { release(); }
 
     basic_corestring& operator=(const basic_corestring& other);
-    basic_corestring& operator=(basic_corestring&& other) noexcept(false)
+    basic_corestring& operator=(basic_corestring&& other)
     {
         if (this != &other) {
             basic_corestring old;

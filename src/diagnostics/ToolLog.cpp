@@ -1,0 +1,220 @@
+#include "diagnostics/ToolLog.h"
+
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+#include "fetch/Workspace.h"
+#include "platform/Services.h"
+#include "registry/Registry.h"
+
+using CORE::coremstring;
+
+namespace {
+
+// Closes a file handle of the file service and keeps the last error intact.
+class FileHandle {
+public:
+    explicit FileHandle(HANDLE h) : m_h(h) {}
+    ~FileHandle()
+    {
+        if (m_h != INVALID_HANDLE_VALUE) {
+            DWORD error = ::GetLastError();
+            platform::files().CloseHandle(m_h);
+            ::SetLastError(error);
+        }
+    }
+    FileHandle(const FileHandle&) = delete;
+    FileHandle& operator=(const FileHandle&) = delete;
+    bool valid() const { return m_h != INVALID_HANDLE_VALUE; }
+    HANDLE get() const { return m_h; }
+
+private:
+    HANDLE m_h;
+};
+
+corestring stampNow()
+{
+    struct __timeb64 now {};
+    platform::clock().ftime64(now);
+    struct tm local {};
+    platform::clock().localtime64(now.time, local);
+    return FormatTimeStamp(local, L'-', L'.', 0, now.millitm);
+}
+
+bool writeAll(HANDLE file, const void* data, DWORD bytes)
+{
+    DWORD written = 0;
+    return platform::files().WriteFile(file, data, bytes, &written) && written == bytes;
+}
+
+void exitHandler() { ToolLog::Close(); }
+
+}  // namespace
+
+ToolLog& TheToolLog()
+{
+    // Heap-held so that no static destructor can run before the exit handler.
+    static ToolLog* log = new ToolLog();
+    return *log;
+}
+
+corestring GetInstallerLogsDirectory()
+{
+    corestring path = GetNewRootKeyPath();
+    path.append(L"\\InstallLogsDir");
+    corestring directory = RegistryReadOrDefault(path, L"");
+    if (directory.empty()) {
+        path = GetLegacyRootKeyPath();
+        path.append(L"\\InstallLogsDir");
+        directory = RegistryReadOrDefault(path, L"");
+    }
+    if (directory.empty())
+        directory = Util_GetWorkspace();
+    directory.appendPath(L"updatetool");
+    return directory;
+}
+
+void ToolLog::Open(ToolLog& log, bool registerExit)
+{
+    log.m_text = corestring();
+    log.m_path = GetInstallerLogsDirectory();
+    platform::files().CreateDirectoryW(log.m_path.c_str());
+
+    struct tm local {};
+    platform::clock().localtime64(platform::clock().time64(), local);
+    wchar_t name[256];
+    corestring fileName;
+    corestring::format(fileName, L"Tarvelle_Agent_Update_%d%02d%02d%02d%02d%02d.log", local.tm_year + 1900,
+                       local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    wcsncpy(name, fileName.c_str(), 255);
+    name[255] = L'\0';
+    log.m_path.appendPath(name);
+
+    WriteLine(log, corestring(L"=== Begin === "));
+
+    wchar_t module[260] = {};
+    corestring line;
+    if (platform::processes().GetModuleFileNameW(nullptr, module, 260)) {
+        corestring version = CORE::to_wstr(GetFileVersionString(module).c_str());
+        corestring::format(line, L"Updatetool Version: %s", version.c_str());
+    } else {
+        corestring::format(line, L"WARNING: Unable to read this file version: (%d)", static_cast<int>(::GetLastError()));
+    }
+    WriteLine(log, line);
+
+    if (registerExit)
+        std::atexit(exitHandler);
+}
+
+void ToolLog::WriteLine(ToolLog& log, const corestring& message)
+{
+    corestring console = stampNow();
+    console.append(L": ");
+    console.append(message);
+    console.append(L"\n");
+    platform::console().Write(console.c_str(), console.length());
+
+    log.m_text.append(stampNow());
+    log.m_text.append(L": ");
+    log.m_text.append(message);
+    log.m_text.append(L"\r\n");
+
+    FileHandle file(platform::files().CreateFileW(log.m_path.c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0));
+    if (!file.valid())
+        return;
+    static const unsigned char bom[2] = {0xFF, 0xFE};
+    if (!writeAll(file.get(), bom, sizeof bom))
+        return;
+    writeAll(file.get(), log.m_text.c_str(), static_cast<DWORD>(log.m_text.length() * sizeof(wchar_t)));
+}
+
+void ToolLog::Close(ToolLog& log)
+{
+    WriteLine(log, corestring(L"=== End ==="));
+    log.m_text = corestring();
+    log.m_path = corestring();
+}
+
+void ToolLog::Close() { Close(TheToolLog()); }
+
+void LogLine(const wchar_t* format, ...)
+{
+    corestring line;
+    va_list args;
+    va_start(args, format);
+    try {
+        corestring::vformat(line, 8192, format, args);
+    } catch (...) {
+        va_end(args);
+        throw;
+    }
+    va_end(args);
+    ToolLog::WriteLine(TheToolLog(), line);
+}
+
+corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
+                           wchar_t millisecondsSeparator, int milliseconds)
+{
+    // Each part is formatted on its own so that the argument list always
+    // matches the parts the separators switch on.
+    corestring text, part;
+    if (dateSeparator) {
+        corestring::format(part, L"%04d%c%02d%c%02d", time.tm_year + 1900, dateSeparator, time.tm_mon + 1,
+                           dateSeparator, time.tm_mday);
+        text.append(part);
+    }
+    if (timeSeparator) {
+        if (dateSeparator)
+            text.append(L" ");
+        corestring::format(part, L"%02d%c%02d%c%02d", time.tm_hour, timeSeparator, time.tm_min, timeSeparator,
+                           time.tm_sec);
+        text.append(part);
+    }
+    if (millisecondsSeparator) {
+        corestring::format(part, L"%c%03d", millisecondsSeparator, milliseconds);
+        text.append(part);
+    }
+    return text;
+}
+
+corestring NowAsText(wchar_t dateSeparator, wchar_t timeSeparator, wchar_t millisecondsSeparator)
+{
+    struct __timeb64 now {};
+    platform::clock().ftime64(now);
+    struct tm local {};
+    platform::clock().localtime64(now.time, local);
+    return FormatTimeStamp(local, dateSeparator, timeSeparator, millisecondsSeparator, now.millitm);
+}
+
+std::string GetFileVersionString(const wchar_t* path)
+{
+    DWORD ignored = 0;
+    DWORD size = ::GetFileVersionInfoSizeW(path, &ignored);
+    if (!size)
+        return std::string();
+    void* data = std::calloc(1, size);
+    if (!data)
+        CORE::throwOutOfMem();
+    std::string text;
+    VS_FIXEDFILEINFO* info = nullptr;
+    UINT infoSize = 0;
+    if (::GetFileVersionInfoW(path, 0, size, data) &&
+        ::VerQueryValueA(data, "\\", reinterpret_cast<void**>(&info), &infoSize) && info && infoSize &&
+        info->dwSignature == 0xFEEF04BD) {
+        text = fmt::format("{}.{}.{}.{}", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
+                           HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
+    }
+    std::free(data);
+    return text;
+}
+
+void DeliveryLogCallback(int level, const char* format, va_list arguments)
+{
+    static const wchar_t* const prefixes[] = {L"[DEBUG] ", L"[INFO] ", L"[WARNING] ", L"[ERROR] "};
+    coremstring narrow;
+    coremstring::vformat(narrow, 8192, format, arguments);
+    corestring line(prefixes[level]);
+    line.append(CORE::to_wstr(narrow.c_str(), narrow.length(), 65001));
+    ToolLog::WriteLine(TheToolLog(), line);
+}

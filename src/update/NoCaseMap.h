@@ -1,0 +1,25 @@
+#pragma once
+#include <utility>
+#include <vector>
+
+#include "core/string/corestring.h"
+
+// Name -> text, looked up without regard to case (CompareStringW, locale
+// 1024, ignore case, exact length), in insertion order.
+class NoCaseMap {
+public:
+    using Entry = std::pair<CORE::corestring, CORE::corestring>;
+
+    // The value stored under name, or null when there is none.
+    const CORE::corestring* find(const wchar_t* name) const;
+    // The value under name, made empty if it isn't there yet.
+    CORE::corestring& operator[](const wchar_t* name);
+    void set(const wchar_t* name, const CORE::corestring& value) { (*this)[name] = value; }
+    bool empty() const { return m_entries.empty(); }
+    std::size_t size() const { return m_entries.size(); }
+    void clear() { m_entries.clear(); }
+    const std::vector<Entry>& entries() const { return m_entries; }
+
+private:
+    std::vector<Entry> m_entries;
+};

@@ -1,0 +1,3 @@
+#pragma once
+// Restarts the machine at the end of a run when the job calls for it.
+void Util_CheckReboot();

@@ -1,0 +1,64 @@
+#include "fakes/FakePlatform.h"
+
+#include "diagnostics/ToolLog.h"
+#include "fetch/Workspace.h"
+#include "update/UpdateRecord.h"
+
+namespace fakes {
+
+platform::Services FakePlatform::servicesOf(FakePlatform& p)
+{
+    platform::Services s = platform::win32Services();
+    s.keys = &p.keys;
+    s.files = &p.files;
+    s.processes = &p.processes;
+    s.clock = &p.clock;
+    s.console = &p.console;
+    s.delivery = &p.delivery;
+    return s;
+}
+
+FakePlatform::FakePlatform() : m_scope(servicesOf(*this))
+{
+    files.addDirectory(L"C:\\Windows\\Temp");
+    Util_ResetWorkspaceForTest();
+    g_updateRecord = UpdateRecord{};
+    // A log with no file: lines reach the console fake and the text only.
+    ToolLog::Close(TheToolLog());
+    console.output.clear();
+}
+
+FakePlatform::~FakePlatform()
+{
+    Util_ResetWorkspaceForTest();
+    g_updateRecord = UpdateRecord{};
+    ToolLog::Close(TheToolLog());
+}
+
+std::vector<std::wstring> messagesOf(const std::wstring& text)
+{
+    std::vector<std::wstring> messages;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find(L"\r\n", start);
+        if (end == std::wstring::npos)
+            end = text.size();
+        std::wstring line = text.substr(start, end - start);
+        size_t colon = line.find(L": ");
+        messages.push_back(colon == std::wstring::npos ? line : line.substr(colon + 2));
+        start = end + 2;
+    }
+    return messages;
+}
+
+std::vector<std::wstring> FakePlatform::logLines() const { return messagesOf(TheToolLog().text().c_str()); }
+
+bool FakePlatform::logHas(const std::wstring& message) const
+{
+    for (const std::wstring& line : logLines())
+        if (line == message)
+            return true;
+    return false;
+}
+
+}  // namespace fakes
