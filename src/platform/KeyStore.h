@@ -16,7 +16,8 @@ public:
     virtual LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD type, LPBYTE data, LPDWORD size) = 0;
     virtual LSTATUS RegSetValueExW(HKEY key, LPCWSTR name, DWORD type, const BYTE* data, DWORD size) = 0;
     virtual LSTATUS RegDeleteValueW(HKEY key, LPCWSTR name) = 0;
-    // nameLength: in characters, without terminator, in and out.
+    // nameLength: in, the buffer in characters with room for the terminator;
+    // out, the name's length without it. ERROR_MORE_DATA when it doesn't fit.
     virtual LSTATUS RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength) = 0;
     virtual LSTATUS RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength,
                                   LPDWORD type, LPBYTE data, LPDWORD dataSize) = 0;

@@ -2,6 +2,7 @@
 // Reads of settings that group policy of either brand may override.
 #include <cstdint>
 #include <map>
+#include <span>
 
 #include "core/string/corestring.h"
 
@@ -11,6 +12,13 @@ using CORE::corestring;
 // subkey below the legacy policy base.
 using LegacyPolicyMap = std::map<corestring, corestring>;
 const LegacyPolicyMap& LegacyPolicyTable();
+
+// The rows the table is built from, in the order they are written down.
+struct LegacyPolicyRow {
+    const wchar_t* component;
+    const wchar_t* legacyPath;
+};
+std::span<const LegacyPolicyRow> LegacyPolicyRows();
 
 corestring TranslateToLegacyPolicy(const corestring& subkey);
 std::uint32_t PolicyRead(corestring& out, const wchar_t* path, std::uint32_t requiredType, bool use32BitRegistry,
