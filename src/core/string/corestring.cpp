@@ -92,23 +92,23 @@ coremstring to_mstr(const wchar_t* text, std::uint64_t length, std::uint32_t cod
     if (length == 0)
         return coremstring();
     std::uint64_t size = 3 * (length + 1);
-    char* buffer = static_cast<char*>(std::malloc(size));
+    char* buffer = static_cast<char*>(g_corestringMemory.allocate(size));
     if (!buffer)
         throwOutOfMem();
     int n = ::WideCharToMultiByte(codePage, 0, text, static_cast<int>(length + 1), buffer, static_cast<int>(size),
                                   nullptr, nullptr);
     if (n == 0) {
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
         throwCore(L"to_mstr Failed");
     }
     coremstring result;
     try {
         result.assign(buffer, strnlen(buffer, static_cast<size_t>(n)));
     } catch (...) {
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
         throw;
     }
-    std::free(buffer);
+    g_corestringMemory.free(buffer);
     return result;
 }
 
@@ -121,22 +121,22 @@ corestring to_wstr(const char* text, std::uint64_t length, std::uint32_t codePag
     if (length == 0)
         return corestring();
     std::uint64_t size = length + 1;
-    auto* buffer = static_cast<wchar_t*>(std::malloc(size * sizeof(wchar_t)));
+    auto* buffer = static_cast<wchar_t*>(g_corestringMemory.allocate(size * sizeof(wchar_t)));
     if (!buffer)
         throwOutOfMem();
     int n = ::MultiByteToWideChar(codePage, 0, text, static_cast<int>(length + 1), buffer, static_cast<int>(size));
     if (n == 0) {
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
         throwCore(L"to_wstr Failed");
     }
     corestring result;
     try {
         result.assign(buffer, wcsnlen(buffer, static_cast<size_t>(n)));
     } catch (...) {
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
         throw;
     }
-    std::free(buffer);
+    g_corestringMemory.free(buffer);
     return result;
 }
 
@@ -144,7 +144,7 @@ corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t
                          va_list* arguments)
 {
     constexpr DWORD kSize = 4096;
-    auto* buffer = static_cast<wchar_t*>(std::malloc(kSize * sizeof(wchar_t)));
+    auto* buffer = static_cast<wchar_t*>(g_corestringMemory.allocate(kSize * sizeof(wchar_t)));
     if (!buffer)
         throwOutOfMem();
     buffer[0] = L'\0';
@@ -155,10 +155,10 @@ corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t
             text.assign(buffer, std::min<DWORD>(n, kSize - 1));
         text.trim(corestring::blanks);
     } catch (...) {
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
         throw;
     }
-    std::free(buffer);
+    g_corestringMemory.free(buffer);
     return text;
 }
 

@@ -33,6 +33,18 @@ constexpr std::uint32_t kGuardTail = 0xFCFCFCFCu;
 constexpr std::uint32_t kBinaryBit = 0x80000000u;
 constexpr std::uint16_t kWipeFlag = 0x0001u;
 
+// Where blocks and work buffers come from and go back to. Tests swap these to
+// look at what is given back, or to make an allocation fail.
+struct corestring_memory {
+    void* (*allocate)(std::size_t bytes);
+    void* (*reallocate)(void* block, std::size_t bytes);
+    void (*free)(void* block);
+};
+inline void* corestringAllocate(std::size_t bytes) { return std::malloc(bytes); }
+inline void* corestringReallocate(void* block, std::size_t bytes) { return std::realloc(block, bytes); }
+inline void corestringFree(void* block) { std::free(block); }
+inline corestring_memory g_corestringMemory = {corestringAllocate, corestringReallocate, corestringFree};
+
 [[noreturn]] void throwCore(const wchar_t* text);
 [[noreturn]] inline void throwOutOfMem() { throwCore(L"OutOfMem"); }
 
@@ -183,7 +195,12 @@ private:
     }
     static std::size_t blockSize(std::uint64_t capacity)
     {
-        return sizeof(corestring_header) + (capacity + 1) * width + sizeof(std::uint32_t);
+        // A capacity whose block size can't be expressed can't be had either;
+        // the size wrapping round would hand out a tiny block.
+        constexpr std::uint64_t overhead = sizeof(corestring_header) + sizeof(std::uint32_t);
+        if (capacity >= (SIZE_MAX - overhead) / width)
+            throwOutOfMem();
+        return static_cast<std::size_t>(overhead + (capacity + 1) * width);
     }
     static void writeTailGuard(C* p, std::uint64_t capacity)
     {

@@ -6,7 +6,7 @@ namespace CORE {
 
 template <class C> C* basic_corestring<C>::allocate(std::uint64_t capacity)
 {
-    void* block = std::malloc(blockSize(capacity));
+    void* block = g_corestringMemory.allocate(blockSize(capacity));
     if (!block)
         throwOutOfMem();
     auto* h = static_cast<corestring_header*>(block);
@@ -25,9 +25,10 @@ template <class C> C* basic_corestring<C>::allocate(std::uint64_t capacity)
 template <class C> void basic_corestring<C>::reallocate(std::uint64_t capacity)
 {
     corestring_header* h = header();
+    std::size_t bytes = blockSize(capacity);
     if ((h->flags & kWipeFlag) && capacity < h->capacity)
         std::memset(m_p + capacity, 0, (h->capacity - capacity + 1) * width);
-    void* block = std::realloc(h, blockSize(capacity));
+    void* block = g_corestringMemory.reallocate(h, bytes);
     if (!block)
         throwOutOfMem();  // the old block is untouched
     h = static_cast<corestring_header*>(block);
@@ -59,7 +60,7 @@ template <class C> void basic_corestring<C>::release()
     std::uint32_t zero = 0;
     std::memcpy(m_p + h->capacity + 1, &zero, sizeof zero);
     std::memset(h, 0, sizeof *h);
-    std::free(h);
+    g_corestringMemory.free(h);
     m_p = reinterpret_cast<C*>(~std::uintptr_t(0));
 }
 
@@ -194,7 +195,7 @@ template <class C> basic_corestring<C>& basic_corestring<C>::appendChar(C c, std
     C local[1024 / sizeof(C)];
     C* buffer = local;
     if (count > sizeof(local) / sizeof(C)) {
-        buffer = static_cast<C*>(std::malloc(count * width));
+        buffer = static_cast<C*>(g_corestringMemory.allocate(count * width));
         if (!buffer)
             throwOutOfMem();
     }
@@ -203,11 +204,11 @@ template <class C> basic_corestring<C>& basic_corestring<C>::appendChar(C c, std
         append(buffer, count);
     } catch (...) {
         if (buffer != local)
-            std::free(buffer);
+            g_corestringMemory.free(buffer);
         throw;
     }
     if (buffer != local)
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
     return *this;
 }
 
@@ -239,6 +240,9 @@ basic_corestring<C>& basic_corestring<C>::replaceRange(std::uint64_t position, s
     basic_corestring result = left(position);
     result.append(text, length);
     result.append(c_str() + position + count, len - position - count);
+    // The text is still this string's: a new block mustn't drop the wipe mark.
+    if (wipeMark())
+        result.setWipeMark(true);
     swap(result);
     return *this;
 }
@@ -392,11 +396,12 @@ template <class C>
 basic_corestring<C>& basic_corestring<C>::vformat(basic_corestring& out, std::uint64_t firstSize, const C* format,
                                                   va_list args)
 {
-    // Past this the text can't be meant: the formatter keeps failing.
-    constexpr std::uint64_t kLimit = std::uint64_t(1) << 28;
+    // 16M characters: no log line of the tool comes near, and a format the
+    // formatter keeps refusing must not eat the memory before it gives up.
+    constexpr std::uint64_t kLimit = std::uint64_t(1) << 24;
     std::uint64_t size = firstSize ? firstSize : 8192;
     for (;;) {
-        C* buffer = static_cast<C*>(std::malloc(size * width));
+        C* buffer = static_cast<C*>(g_corestringMemory.allocate(size * width));
         if (!buffer)
             throwOutOfMem();
         va_list copy;
@@ -408,13 +413,13 @@ basic_corestring<C>& basic_corestring<C>::vformat(basic_corestring& out, std::ui
             try {
                 out.assign(buffer, T::len(buffer));
             } catch (...) {
-                std::free(buffer);
+                g_corestringMemory.free(buffer);
                 throw;
             }
-            std::free(buffer);
+            g_corestringMemory.free(buffer);
             return out;
         }
-        std::free(buffer);
+        g_corestringMemory.free(buffer);
         if (size >= kLimit)
             throwOutOfMem();
         size *= 2;
