@@ -2,6 +2,7 @@
 
 #include "agent/Agent.h"
 #include "fetch/Workspace.h"
+#include "update/UpdateRecordReader.h"
 
 App::~App()
 {
@@ -10,12 +11,17 @@ App::~App()
     updates.clear();
 }
 
-// Start-up of this version: the workspace only. The command line, the job
-// record and the choice of agent come with the update run.
 bool App::Init()
 {
     workspace = Util_GetWorkspace();
-    return !workspace.empty();
+    if (workspace.empty())
+        return false;
+    // The command line, the choice of agent and the preflight flags come in a later change.
+    if (!Util_GetUpdateState(properties))
+        return false;
+    arch = properties[L"ARCH"];
+    options = properties[L"OPTIONS"];
+    return true;
 }
 
 // Not built yet: a preflight-only run can't be chosen before Init reads the

@@ -1,0 +1,210 @@
+// Finding the job under the two roots and reading it into the record.
+#include "update/UpdateRecordReader.h"
+
+#include <cwchar>
+
+#include "core/propertybag.h"
+#include "diagnostics/ToolLog.h"
+#include "registry/Registry.h"
+#include "update/UpdateState.h"
+
+using CORE::corestring;
+using CORE::StringList;
+
+namespace {
+
+corestring updateKeyOf(const corestring& root)
+{
+    corestring path(root);
+    path.append(L"\\Agent\\Update\\");
+    return path;
+}
+
+// An absent value reads as an empty text.
+corestring textOf(const NoCaseMap& values, const wchar_t* name)
+{
+    const corestring* found = values.find(name);
+    return found ? *found : corestring();
+}
+
+// A list value is cut at every NUL; empty pieces go, a last piece without
+// a terminator stays.
+StringList splitAtNul(const corestring& text)
+{
+    StringList items;
+    const wchar_t* p = text.c_str();
+    const std::uint64_t length = text.length();
+    std::uint64_t start = 0;
+    for (std::uint64_t i = 0; i <= length; ++i) {
+        if (i == length || p[i] == L'\0') {
+            if (i > start)
+                items.emplace_back(p + start, i - start);
+            start = i + 1;
+        }
+    }
+    return items;
+}
+
+corestring joinWithCommas(const StringList& items)
+{
+    corestring joined;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i)
+            joined.append(L",");
+        joined.append(items[i]);
+    }
+    return joined;
+}
+
+bool isBlank(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n'; }
+
+bool isDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
+
+}  // namespace
+
+bool UtilGetActiveUpdate()
+{
+    const wchar_t* tag = L"UtilGetActiveUpdate";
+    UpdateRecord& record = g_updateRecord;
+
+    // A job left by the former brand's agent is finished first.
+    StringList keys;
+    RegistryListSubkeys(keys, updateKeyOf(GetLegacyRootKeyPath()).c_str(), false);
+    if (!keys.empty()) {
+        record.bLegacyUpgrade = true;
+        LogLine(L"%s: Kesmarc to Tarvelle agent upgrade detected", tag);
+    } else {
+        LogLine(L"%s: No Kesmarc active updates", tag);
+        LogLine(L"%s: Check for Tarvelle active updates", tag);
+        RegistryListSubkeys(keys, updateKeyOf(GetNewRootKeyPath()).c_str(), false);
+        if (keys.empty()) {
+            LogLine(L"%s: No Tarvelle active updates", tag);
+            record.sUpdateKey = corestring();
+            return false;
+        }
+    }
+    // One job per run: the first in the platform's order.
+    record.sUpdateKey = keys.front();
+    LogLine(L"%s: Update key: %s", tag, record.sUpdateKey.handle());
+    return !record.sUpdateKey.empty();
+}
+
+bool UtilGetRegistry()
+{
+    const wchar_t* tag = L"UtilGetRegistry";
+    UpdateRecord& record = g_updateRecord;
+    if (record.sUpdateKey.empty())
+        return false;
+
+    // Only the root the job was found under is read.
+    corestring path = updateKeyOf(record.bLegacyUpgrade ? GetLegacyRootKeyPath() : GetNewRootKeyPath());
+    path.append(record.sUpdateKey);
+    NoCaseMap values;
+    RegistryReadAllValues(values, path.c_str(), false);
+    if (values.empty()) {
+        if (record.bLegacyUpgrade)
+            LogLine(L"%s: Kesmarc Update key: %s empty key", tag, record.sUpdateKey.handle());
+        else
+            LogLine(L"%s: Tarvelle Update key: %s empty key", tag, record.sUpdateKey.handle());
+        return false;
+    }
+    for (const NoCaseMap::Entry& entry : values.entries())
+        LogLine(L"Update key: %s %s = %s", record.sUpdateKey.handle(), entry.first.handle(), entry.second.handle());
+
+    if (const corestring* state = values.find(L"STATE"))
+        record.nState = UtilStateId(state->c_str());
+
+    record.sAgent = textOf(values, L"AGENT");
+    record.sVersion = textOf(values, L"VERSION");
+    record.sUNC = textOf(values, L"UNC_PATH");
+    record.sShareType = textOf(values, L"UNC_SHARETYPE");
+    if (!record.sUNC.empty() && record.sShareType.empty())
+        record.sShareType = L"SMB";
+
+    record.sURLs.clear();
+    if (const corestring* urls = values.find(L"URL")) {
+        record.sURLs = splitAtNul(*urls);
+        LogLine(L"%s: URL length: %d [%s]", tag, static_cast<int>(urls->length()),
+                joinWithCommas(record.sURLs).handle());
+    }
+    record.sProxies.clear();
+    if (const corestring* proxies = values.find(L"PROXY")) {
+        record.sProxies = splitAtNul(*proxies);
+        LogLine(L"%s: Proxy length: %d [%s]", tag, static_cast<int>(proxies->length()),
+                joinWithCommas(record.sProxies).handle());
+    }
+
+    record.sPacUrl = textOf(values, L"PACURL");
+    record.sArch = textOf(values, L"ARCH");
+
+    if (record.sAgent.empty() || (record.sUNC.empty() && record.sURLs.empty())) {
+        LogLine(L"%s: required parameter empty, sAgent: %s, sUNC: %s, sURLs: %s", tag, record.sAgent.handle(),
+                record.sUNC.handle(), joinWithCommas(record.sURLs).handle());
+        return false;
+    }
+
+    record.sMetadata = textOf(values, L"METADATA");
+    CORE::PropertyBag metadata;
+    // A metadata text that doesn't parse leaves the bag empty, silently.
+    if (!record.sMetadata.empty() && metadata.Parse(record.sMetadata.c_str(), true, 0))
+        LogLine(L"%s: matadata XML string loaded", tag);
+
+    record.sCheckSum = textOf(values, L"CHECKSUM");
+    record.sFileSize = textOf(values, L"FILESIZE");
+    record.sCertType = textOf(values, L"CERTTYPE");
+
+    record.sThumbprints.clear();
+    if (metadata.Count() > 0) {
+        corestring thumbprint;
+        for (std::uint64_t next = metadata.Get(L"THUMBPRINT", thumbprint, 0); next != 0;
+             next = metadata.Get(L"THUMBPRINT", thumbprint, next))
+            record.sThumbprints.push_back(thumbprint);
+    }
+
+    record.sOptions = textOf(values, L"OPTIONS");
+    record.sResult = textOf(values, L"RESULT");
+    record.sFileName = textOf(values, L"FILENAME");
+    record.sPackageFileName = textOf(values, L"PACKAGEFILENAME");
+    record.sRelativeFolderPath = textOf(values, L"RELATIVEFOLDERPATH");
+
+    if (const corestring* retry = values.find(L"RETRY"))
+        record.nRetry = std::wcstol(ParseNumberText(*retry).c_str(), nullptr, 0);
+    return true;
+}
+
+bool Util_GetUpdateState(NoCaseMap& map)
+{
+    if (!UtilGetActiveUpdate())
+        return false;
+    if (!UtilGetRegistry()) {
+        LogLine(L"%s: Update key: %s Registry failure", L"Util_GetUpdateState", g_updateRecord.sUpdateKey.handle());
+        return false;
+    }
+    map.set(L"AGENT", g_updateRecord.sAgent);
+    map.set(L"VERSION", g_updateRecord.sVersion);
+    map.set(L"ARCH", g_updateRecord.sArch);
+    map.set(L"OPTIONS", g_updateRecord.sOptions);
+    map.set(L"FILENAME", g_updateRecord.sFileName);
+    return true;
+}
+
+CORE::corestring ParseNumberText(const CORE::corestring& text)
+{
+    const wchar_t* p = text.c_str();
+    std::uint64_t first = 0;
+    std::uint64_t last = text.length();
+    while (first < last && isBlank(p[first]))
+        ++first;
+    while (last > first && isBlank(p[last - 1]))
+        --last;
+    corestring result;
+    std::uint64_t digits = first;
+    if (digits < last && (p[digits] == L'+' || p[digits] == L'-'))
+        ++digits;
+    result.assign(p + first, digits - first);
+    // "010" must not turn octal under base 0: leading zeros go while a digit follows.
+    while (digits + 1 < last && p[digits] == L'0' && isDigit(p[digits + 1]))
+        ++digits;
+    result.append(p + digits, last - digits);
+    return result;
+}
