@@ -1,4 +1,20 @@
 #include "fetch/ShareCopy.h"
 
-// Not built yet: no job record is read, so there is no share path to fetch.
-bool Util_UNCDownload() { return false; }
+#include "diagnostics/ToolLog.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
+
+bool Util_UNCDownload()
+{
+    const wchar_t* tag = L"Util_UNCDownload";
+    const UpdateRecord& r = g_updateRecord;
+    LogLine(L"%s: Update key: %s state: %s", tag, r.sUpdateKey.handle(), stateStr(r.nState).handle());
+    // The copy happened in an earlier run: on to the install.
+    if (r.nState == STATE_UPDATING)
+        return true;
+    if (r.nState != STATE_DOWNLOAD)
+        return false;
+    // The copy from the share comes with its own change; until then the run
+    // ends here and the job keeps the result it had.
+    return false;
+}

@@ -1,5 +1,12 @@
 #pragma once
+#include <cstdint>
+
 #include "app/RunResult.h"
 
-// Turns a run's outcome into the job's state, result text and retry count.
+// Counts one more attempt; false when the count is now past the limit.
+bool UtilTryAgain(std::int32_t limit);
+// Turns a run's outcome into the job's state, result text and retry count,
+// and saves them. Called once per run.
 bool Util_UpdateDone(RunResult result, bool legacyWorkflow);
+// The last rules on state and result, then the save under both roots.
+bool UtilManageUpdateState();

@@ -15,6 +15,7 @@ platform::Services FakePlatform::servicesOf(FakePlatform& p)
     s.clock = &p.clock;
     s.console = &p.console;
     s.delivery = &p.delivery;
+    s.power = &p.power;
     return s;
 }
 

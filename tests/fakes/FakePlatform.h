@@ -4,6 +4,7 @@
 #include "fakes/FakeFileSystem.h"
 #include "fakes/FakeKeyStore.h"
 #include "fakes/FakeMachine.h"
+#include "fakes/FakePower.h"
 #include "fakes/ScopedServices.h"
 
 namespace fakes {
@@ -25,6 +26,7 @@ public:
     FakeClock clock;
     FakeConsole console;
     FakeDelivery delivery;
+    FakePower power;
 
 private:
     static platform::Services servicesOf(FakePlatform& p);

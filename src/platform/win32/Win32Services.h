@@ -82,7 +82,11 @@ public:
 
 class Win32Power final : public Power {
 public:
-    BOOL EnableShutdownPrivilege() override;
+    BOOL OpenProcessToken(HANDLE process, DWORD access, PHANDLE token) override;
+    BOOL LookupPrivilegeValueW(LPCWSTR systemName, LPCWSTR name, PLUID luid) override;
+    BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, PTOKEN_PRIVILEGES newState, DWORD bufferLength,
+                               PTOKEN_PRIVILEGES previousState, PDWORD returnLength) override;
+    BOOL CloseHandle(HANDLE object) override;
     BOOL ExitWindowsEx(UINT flags, DWORD reason) override;
 };
 

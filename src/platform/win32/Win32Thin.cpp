@@ -59,21 +59,23 @@ NTSTATUS Win32Hashing::BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE algorithm,
     return ::BCryptCloseAlgorithmProvider(algorithm, flags);
 }
 
-BOOL Win32Power::EnableShutdownPrivilege()
+BOOL Win32Power::OpenProcessToken(HANDLE process, DWORD access, PHANDLE token)
 {
-    HANDLE token = nullptr;
-    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token))
-        return FALSE;
-    TOKEN_PRIVILEGES privileges{};
-    privileges.PrivilegeCount = 1;
-    privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
-    BOOL ok = ::LookupPrivilegeValueW(nullptr, SE_SHUTDOWN_NAME, &privileges.Privileges[0].Luid) &&
-              ::AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr);
-    DWORD error = ::GetLastError();
-    ::CloseHandle(token);
-    ::SetLastError(error);
-    return ok;
+    return ::OpenProcessToken(process, access, token);
 }
+
+BOOL Win32Power::LookupPrivilegeValueW(LPCWSTR systemName, LPCWSTR name, PLUID luid)
+{
+    return ::LookupPrivilegeValueW(systemName, name, luid);
+}
+
+BOOL Win32Power::AdjustTokenPrivileges(HANDLE token, BOOL disableAll, PTOKEN_PRIVILEGES newState, DWORD bufferLength,
+                                       PTOKEN_PRIVILEGES previousState, PDWORD returnLength)
+{
+    return ::AdjustTokenPrivileges(token, disableAll, newState, bufferLength, previousState, returnLength);
+}
+
+BOOL Win32Power::CloseHandle(HANDLE object) { return ::CloseHandle(object); }
 
 BOOL Win32Power::ExitWindowsEx(UINT flags, DWORD reason) { return ::ExitWindowsEx(flags, reason); }
 

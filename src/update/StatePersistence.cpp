@@ -1,0 +1,135 @@
+#include "update/StatePersistence.h"
+
+#include <cwchar>
+
+#include "diagnostics/ToolLog.h"
+#include "platform/Services.h"
+#include "registry/OpenKey.h"
+#include "registry/Registry.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateRecordReader.h"
+#include "update/UpdateState.h"
+
+using CORE::corestring;
+using registry_detail::OpenKey;
+
+namespace {
+
+// The six values of the job key under one root, in the order of writing;
+// STATE goes first so that a state is never saved behind another value.
+bool writeStateUnder(const corestring& root, const wchar_t* tag)
+{
+    UpdateRecord& r = g_updateRecord;
+    if (r.sUpdateKey.empty())
+        return false;
+    // Again before every write: a job key that has gone stops it.
+    if (!UtilGetActiveUpdate())
+        return false;
+
+    if (r.rebootRequired) {
+        corestring marker = root;
+        marker.append(L"\\Agent\\UpdateStatusVolatile\\NeedReboot");
+        if (!Util_WriteVolatileValue(corestring(L"1"), std::move(marker))) {
+            LogLine(L"%s: failed to update NeedReboot in registry", tag);
+            return false;
+        }
+    }
+
+    corestring state = stateStr(r.nState);
+    corestring retry;
+    corestring::format(retry, L"%d", r.nRetry);
+
+    corestring key = root;
+    key.append(L"\\Agent\\Update\\");
+    key.append(r.sUpdateKey);
+    key.append(L"\\");
+
+    struct Item {
+        const wchar_t* name;
+        const corestring& value;
+        const wchar_t* failure;
+    };
+    // ERRORCODE and ERRORDESC report their failure with the FILENAME line.
+    const Item items[] = {
+        {L"STATE", state, L"%s: Update key: %s failed to update Registry. state: %s"},
+        {L"RESULT", r.sResult, L"%s: Update key: %s failed to update Registry. Result: %s"},
+        {L"FILENAME", r.sFileName, L"%s: Update key: %s failed to update Registry. filename: %s"},
+        {L"ERRORCODE", r.sErrorCode, L"%s: Update key: %s failed to update Registry. filename: %s"},
+        {L"ERRORDESC", r.sErrorDesc, L"%s: Update key: %s failed to update Registry. filename: %s"},
+        {L"RETRY", retry, L"%s: Update key: %s failed to update Registry. retry: %s"},
+    };
+    for (const Item& item : items) {
+        corestring path = key;
+        path.append(item.name);
+        if (!RegistryWrite(item.value, path.c_str(), REG_SZ, false, false)) {
+            LogLine(item.failure, tag, r.sUpdateKey.handle(), item.value.handle());
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool UtilUpdateStateRegistry() { return writeStateUnder(GetNewRootKeyPath(), L"UtilUpdateStateRegistry"); }
+
+bool UtilUpdateStateRegistry_Legacy()
+{
+    const wchar_t* tag = L"UtilUpdateStateRegistry_Legacy";
+    if (!g_updateRecord.bLegacyUpgrade) {
+        LogLine(L"%s: No need to write to legacy Kesmarc key as not exist", tag);
+        return true;
+    }
+    return writeStateUnder(GetLegacyRootKeyPath(), tag);
+}
+
+bool Util_WriteVolatileValue(corestring&& value, corestring&& path)
+{
+    // Taken over here, so the caller's strings are empty whatever happens.
+    corestring text = std::move(value);
+    corestring where = std::move(path);
+
+    corestring subkey;
+    corestring name;
+    HKEY hive = ParseRegistryPath(where.c_str(), subkey, name);
+    if (!hive)
+        return false;
+
+    platform::KeyStore& keys = platform::keys();
+    OpenKey key;
+    if (keys.RegCreateKeyExW(hive, subkey.c_str(), REG_OPTION_VOLATILE, KEY_WRITE, key.out(), nullptr) !=
+        ERROR_SUCCESS)
+        return false;
+    DWORD size = static_cast<DWORD>((text.length() + 1) * sizeof(wchar_t));
+    return keys.RegSetValueExW(key.get(), name.c_str(), REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), size) ==
+           ERROR_SUCCESS;
+}
+
+bool Util_UpdatePreflightCheckCompleteReg(bool complete)
+{
+    const wchar_t* tag = L"Util_UpdatePreflightCheckCompleteReg";
+    corestring text(complete ? L"1" : L"0");
+    DWORD number = static_cast<DWORD>(std::wcstoul(ParseNumberText(text).c_str(), nullptr, 0));
+
+    // Always the new root: the relaunch of a legacy workflow looks only there.
+    corestring path = GetNewRootKeyPath();
+    path.append(L"\\Agent\\Update\\");
+    path.append(g_updateRecord.sUpdateKey);
+    path.append(L"\\");
+    path.append(L"PreflightCheckComplete");
+
+    corestring subkey;
+    corestring name;
+    bool written = false;
+    if (HKEY hive = ParseRegistryPath(path.c_str(), subkey, name)) {
+        platform::KeyStore& keys = platform::keys();
+        OpenKey key;
+        written = keys.RegCreateKeyExW(hive, subkey.c_str(), 0, KEY_WRITE, key.out(), nullptr) == ERROR_SUCCESS &&
+                  keys.RegSetValueExW(key.get(), name.c_str(), REG_DWORD, reinterpret_cast<const BYTE*>(&number),
+                                      sizeof number) == ERROR_SUCCESS;
+    }
+    if (!written)
+        LogLine(L"%s: Update key: %s failed to update preflightcheckcomplete flag for value: %s", tag,
+                g_updateRecord.sUpdateKey.handle(), text.handle());
+    return written;
+}
