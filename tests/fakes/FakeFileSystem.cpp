@@ -25,6 +25,13 @@ std::wstring FakeFileSystem::keyOf(const std::wstring& path)
 {
     std::wstring key = path;
     std::replace(key.begin(), key.end(), L'/', L'\\');
+    // Windows takes "a\\b" as "a\b"; only a leading pair (UNC) means something.
+    for (size_t i = 2; i < key.size();) {
+        if (key[i] == L'\\' && key[i - 1] == L'\\')
+            key.erase(i, 1);
+        else
+            ++i;
+    }
     while (key.size() > 3 && key.back() == L'\\')
         key.pop_back();
     if (key.size() == 3 && key[1] == L':' && key[2] == L'\\')
