@@ -14,13 +14,15 @@ here=$(cd "$(dirname "$0")" && pwd)
 LAB_VERSION=1
 marker="$WINEPREFIX/.zt-lab-ready"
 
+# Wine's server and services outlive the commands that start them, so none
+# of them may inherit the lock's descriptor (9>&-), or the lock stays held.
 make_prefix() {
-  wineserver -k >/dev/null 2>&1 || true
+  wineserver -k >/dev/null 2>&1 9>&- || true
   rm -rf "$WINEPREFIX"
   mkdir -p "$(dirname "$WINEPREFIX")"
-  wine wineboot --init >/dev/null 2>&1
-  wine winecfg /v win10 >/dev/null 2>&1
-  wineserver -w
+  wine wineboot --init >/dev/null 2>&1 9>&-
+  wine winecfg /v win10 >/dev/null 2>&1 9>&-
+  wineserver -w 9>&-
   echo "$LAB_VERSION" > "$marker"
 }
 
@@ -34,9 +36,10 @@ case "$cmd" in
       echo "lab: making Wine prefix $WINEPREFIX"
       make_prefix
     fi
+    exec 9>&-
     # A persistent server spares every test the ~2.4 s wait for its exit.
-    wineserver -p
-    wine cmd /c exit 0 >/dev/null 2>&1
+    wineserver -p </dev/null >/dev/null 2>&1
+    wine cmd /c exit 0 </dev/null >/dev/null 2>&1
     ;;
   stop)
     wineserver -k >/dev/null 2>&1 || true
