@@ -1,6 +1,7 @@
 #include "core/string/corestring.h"
 
 #include "platform/win.h"
+#include "platform/win32/LazyDll.h"
 
 namespace CORE {
 
@@ -50,7 +51,22 @@ int corestring_text<wchar_t>::compare(std::uint32_t flags, const wchar_t* a, int
     return ::CompareStringW(LOCALE_USER_DEFAULT, flags, a, na, b, nb);
 }
 
-void corestring_text<wchar_t>::lower(wchar_t* s, std::uint32_t n) { ::CharLowerBuffW(s, n); }
+namespace {
+// kernelbase carries the same CharLowerBuff as user32 on current systems, and
+// is loaded anyway; user32 would drag in the whole windowing stack.
+template <class F> F charLowerBuff(const char* name)
+{
+    F call = platform::LazyExport<F>(L"kernelbase.dll", name);
+    return call ? call : platform::LazyExport<F>(L"user32.dll", name);
+}
+}  // namespace
+
+void corestring_text<wchar_t>::lower(wchar_t* s, std::uint32_t n)
+{
+    static const auto call = charLowerBuff<decltype(&::CharLowerBuffW)>("CharLowerBuffW");
+    if (call)
+        call(s, n);
+}
 
 long long corestring_text<wchar_t>::toInt64(const wchar_t* s) { return ::_wcstoi64(s, nullptr, 0); }
 
@@ -69,7 +85,12 @@ int corestring_text<char>::compare(std::uint32_t flags, const char* a, int na, c
     return ::CompareStringA(LOCALE_USER_DEFAULT, flags, a, na, b, nb);
 }
 
-void corestring_text<char>::lower(char* s, std::uint32_t n) { ::CharLowerBuffA(s, n); }
+void corestring_text<char>::lower(char* s, std::uint32_t n)
+{
+    static const auto call = charLowerBuff<decltype(&::CharLowerBuffA)>("CharLowerBuffA");
+    if (call)
+        call(s, n);
+}
 
 long long corestring_text<char>::toInt64(const char* s) { return ::_strtoi64(s, nullptr, 0); }
 

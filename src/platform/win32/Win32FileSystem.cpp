@@ -2,6 +2,8 @@
 
 #include <shlwapi.h>
 
+#include "platform/win32/LazyDll.h"
+
 namespace platform {
 
 HANDLE Win32FileSystem::CreateFileW(LPCWSTR path, DWORD access, DWORD share, DWORD disposition, DWORD attributes)
@@ -47,6 +49,10 @@ BOOL Win32FileSystem::GetDiskFreeSpaceExW(LPCWSTR directory, PULARGE_INTEGER fre
 
 DWORD Win32FileSystem::GetCurrentDirectoryW(DWORD size, LPWSTR buffer) { return ::GetCurrentDirectoryW(size, buffer); }
 
-BOOL Win32FileSystem::PathFileExistsW(LPCWSTR path) { return ::PathFileExistsW(path); }
+BOOL Win32FileSystem::PathFileExistsW(LPCWSTR path)
+{
+    static const auto call = LazyExport<decltype(&::PathFileExistsW)>(L"shlwapi.dll", "PathFileExistsW");
+    return call ? call(path) : FALSE;
+}
 
 }  // namespace platform
