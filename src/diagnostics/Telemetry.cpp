@@ -4,9 +4,8 @@
 #include <cstdint>
 
 #include "diagnostics/ToolLog.h"
-#include "fetch/Workspace.h"
+#include "platform/FileHandle.h"
 #include "platform/Services.h"
-#include "registry/Registry.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateState.h"
 
@@ -19,50 +18,11 @@ const wchar_t* const kTag = L"Util_UpdateDataForTelemetry";
 // ReadFile and WriteFile take a DWORD count; larger files go in pieces.
 constexpr std::uint64_t kChunk = 1u << 30;
 
-// Closes a file handle of the file service without touching the last error,
-// so the error that ended the work is the one the caller sees.
-class FileHandle {
-public:
-    explicit FileHandle(HANDLE h) : m_h(h) {}
-    ~FileHandle()
-    {
-        if (valid()) {
-            DWORD saved = ::GetLastError();
-            platform::files().CloseHandle(m_h);
-            ::SetLastError(saved);
-        }
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    bool valid() const { return m_h != INVALID_HANDLE_VALUE; }
-    HANDLE get() const { return m_h; }
-
-private:
-    HANDLE m_h;
-};
-
-// The installer logs directory as the registry names it, without the
-// trailing "\updatetool": new brand, then legacy brand, then the workspace.
-corestring logsDirectory()
-{
-    corestring path = GetNewRootKeyPath();
-    path.append(L"\\InstallLogsDir");
-    corestring directory = RegistryReadOrDefault(path, L"");
-    if (directory.empty()) {
-        path = GetLegacyRootKeyPath();
-        path.append(L"\\InstallLogsDir");
-        directory = RegistryReadOrDefault(path, L"");
-    }
-    if (directory.empty())
-        directory = Util_GetWorkspace();
-    return directory;
-}
-
 // Writes the text from offset 0 over what the file holds. The file is not
 // cut to the new length. Returns the error found, 0 when all went well.
 DWORD writeOver(const corestring& path, const std::string& text)
 {
-    FileHandle file(platform::files().CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS,
+    platform::FileHandle file(platform::files().CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS,
                                                   FILE_ATTRIBUTE_NORMAL));
     if (!file.valid())
         return ::GetLastError();
@@ -97,7 +57,7 @@ bool LoadJsonFile(corestring path, Json::Value& root)
     {
         // No sharing while we read; OPEN_ALWAYS leaves an empty file behind
         // when there was none.
-        FileHandle file(platform::files().CreateFileW(path.c_str(), GENERIC_READ, 0, OPEN_ALWAYS,
+        platform::FileHandle file(platform::files().CreateFileW(path.c_str(), GENERIC_READ, 0, OPEN_ALWAYS,
                                                       FILE_ATTRIBUTE_NORMAL));
         if (!file.valid()) {
             error = ::GetLastError();
@@ -161,7 +121,7 @@ bool Util_UpdateDataForTelemetry()
 
     // Plain concatenation: a directory value ending in a backslash gives a
     // doubled one, which Windows accepts.
-    corestring path = logsDirectory();
+    corestring path = GetInstallerLogsRoot();
     path.append(L"\\updatetool");
     platform::files().CreateDirectoryW(path.c_str());
     path.append(L"\\UpdateToolTelemetryData.json");

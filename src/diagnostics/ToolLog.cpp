@@ -5,33 +5,13 @@
 #include <fmt/format.h>
 
 #include "fetch/Workspace.h"
+#include "platform/FileHandle.h"
 #include "platform/Services.h"
 #include "registry/Registry.h"
 
 using CORE::coremstring;
 
 namespace {
-
-// Closes a file handle of the file service and keeps the last error intact.
-class FileHandle {
-public:
-    explicit FileHandle(HANDLE h) : m_h(h) {}
-    ~FileHandle()
-    {
-        if (m_h != INVALID_HANDLE_VALUE) {
-            DWORD error = ::GetLastError();
-            platform::files().CloseHandle(m_h);
-            ::SetLastError(error);
-        }
-    }
-    FileHandle(const FileHandle&) = delete;
-    FileHandle& operator=(const FileHandle&) = delete;
-    bool valid() const { return m_h != INVALID_HANDLE_VALUE; }
-    HANDLE get() const { return m_h; }
-
-private:
-    HANDLE m_h;
-};
 
 corestring stampNow()
 {
@@ -59,7 +39,7 @@ ToolLog& TheToolLog()
     return *log;
 }
 
-corestring GetInstallerLogsDirectory()
+corestring GetInstallerLogsRoot()
 {
     corestring path = GetNewRootKeyPath();
     path.append(L"\\InstallLogsDir");
@@ -71,6 +51,12 @@ corestring GetInstallerLogsDirectory()
     }
     if (directory.empty())
         directory = Util_GetWorkspace();
+    return directory;
+}
+
+corestring GetInstallerLogsDirectory()
+{
+    corestring directory = GetInstallerLogsRoot();
     directory.appendPath(L"updatetool");
     return directory;
 }
@@ -120,7 +106,7 @@ void ToolLog::WriteLine(ToolLog& log, const corestring& message)
     log.m_text.append(message);
     log.m_text.append(L"\r\n");
 
-    FileHandle file(platform::files().CreateFileW(log.m_path.c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0));
+    platform::FileHandle file(platform::files().CreateFileW(log.m_path.c_str(), GENERIC_WRITE, 0, CREATE_ALWAYS, 0));
     if (!file.valid())
         return;
     static const unsigned char bom[2] = {0xFF, 0xFE};

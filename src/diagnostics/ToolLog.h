@@ -34,6 +34,9 @@ ToolLog& TheToolLog();
 // process-wide log: LogLine(L"%s: Update key: %s", L"UtilGetActiveUpdate", key.handle()).
 void LogLine(const wchar_t* format, ...);
 
+// "InstallLogsDir" under the new root, else the legacy root, else the workspace.
+corestring GetInstallerLogsRoot();
+// The tool's own folder below it: GetInstallerLogsRoot() + "updatetool".
 corestring GetInstallerLogsDirectory();
 corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
                            wchar_t millisecondsSeparator, int milliseconds);

@@ -1,19 +1,12 @@
 #include "fetch/ShareCopy.h"
 
-#include "diagnostics/ToolLog.h"
-#include "update/UpdateRecord.h"
-#include "update/UpdateState.h"
+#include "fetch/FetchGate.h"
 
 bool Util_UNCDownload()
 {
-    const wchar_t* tag = L"Util_UNCDownload";
-    const UpdateRecord& r = g_updateRecord;
-    LogLine(L"%s: Update key: %s state: %s", tag, r.sUpdateKey.handle(), stateStr(r.nState).handle());
-    // The copy happened in an earlier run: on to the install.
-    if (r.nState == STATE_UPDATING)
-        return true;
-    if (r.nState != STATE_DOWNLOAD)
-        return false;
+    FetchGate gate = Util_FetchGate(L"Util_UNCDownload");
+    if (gate != FetchGate::Fetch)
+        return gate == FetchGate::Install;
     // The copy from the share comes with its own change; until then the run
     // ends here and the job keeps the result it had.
     return false;

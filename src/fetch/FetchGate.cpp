@@ -1,0 +1,16 @@
+#include "fetch/FetchGate.h"
+
+#include "diagnostics/ToolLog.h"
+#include "update/UpdateRecord.h"
+#include "update/UpdateState.h"
+
+FetchGate Util_FetchGate(const wchar_t* tag)
+{
+    const UpdateRecord& r = g_updateRecord;
+    LogLine(L"%s: Update key: %s state: %s", tag, r.sUpdateKey.handle(), stateStr(r.nState).handle());
+    if (r.nState == STATE_UPDATING)
+        return FetchGate::Install;
+    if (r.nState != STATE_DOWNLOAD)
+        return FetchGate::Stop;
+    return FetchGate::Fetch;
+}
