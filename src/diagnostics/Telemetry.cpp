@@ -128,9 +128,9 @@ bool Util_UpdateDataForTelemetry()
 
     Json::Value root;
     if (LoadJsonFile(path, root))
-        LogLine(L"%s: Loading from json file %s completed", kTag, path.handle());
+        LogLine(L"%s: Loading from json file %s completed", kTag, path.c_str());
     else
-        LogLine(L"%s: Json file - %s , doesn't exist", kTag, path.handle());
+        LogLine(L"%s: Json file - %s , doesn't exist", kTag, path.c_str());
 
     Json::Value entry;
     entry["updatedGUID"] = jsonText(record.sUpdateKey);
@@ -156,11 +156,11 @@ bool Util_UpdateDataForTelemetry()
     std::string document = root.toStyledString();
     DWORD error = writeOver(path, document);
     if (error == 0) {
-        LogLine(L"%s: Saving to json file - %s completed", kTag, path.handle());
+        LogLine(L"%s: Saving to json file - %s completed", kTag, path.c_str());
         return true;
     }
     ::SetLastError(error);
-    LogLine(L"%s: Failed to save to json file - %s", kTag, path.handle());
+    LogLine(L"%s: Failed to save to json file - %s", kTag, path.c_str());
     ::SetLastError(error);
     return false;
 }

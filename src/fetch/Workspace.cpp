@@ -53,8 +53,8 @@ bool UtilCleanupWorkspace()
         return true;
     if (platform::files().DeleteFileW(file.c_str()))
         return true;
-    LogLine(L"%s: delete failed: %s error: %s", L"UtilCleanupWorkspace", file.handle(),
-            CORE::errorText(::GetLastError()).handle());
+    LogLine(L"%s: delete failed: %s error: %s", L"UtilCleanupWorkspace", file.c_str(),
+            CORE::errorText(::GetLastError()).c_str());
     return false;
 }
 

@@ -200,13 +200,13 @@ bool Util_DeleteRegistryIfExists(corestring path)
     // The key stays open: the process is short-lived and takes it along.
     HKEY key = nullptr;
     if (platform::keys().RegOpenKeyExW(hive, subkey.c_str(), 0, KEY_SET_VALUE, &key) != ERROR_SUCCESS) {
-        LogLine(L"%s: Registry key %s doesn't exist, skip deletion", L"Util_DeleteRegistryIfExists", subkey.handle());
+        LogLine(L"%s: Registry key %s doesn't exist, skip deletion", L"Util_DeleteRegistryIfExists", subkey.c_str());
         return true;
     }
     if (platform::keys().RegDeleteValueW(key, valueName.c_str()) != ERROR_SUCCESS) {
-        LogLine(L"%s: Registry value %s couldn't be deleted", L"Util_DeleteRegistryIfExists", valueName.handle());
+        LogLine(L"%s: Registry value %s couldn't be deleted", L"Util_DeleteRegistryIfExists", valueName.c_str());
         return false;
     }
-    LogLine(L"%s: Deleted registry key - %s", L"Util_DeleteRegistryIfExists", path.handle());
+    LogLine(L"%s: Deleted registry key - %s", L"Util_DeleteRegistryIfExists", path.c_str());
     return true;
 }

@@ -63,7 +63,7 @@ void updateDone(RunResult result)
 {
     const wchar_t* tag = L"Util_UpdateDone";
     UpdateRecord& r = g_updateRecord;
-    LogLine(L"%s: agent update result: %s", tag, GetRunResultName(result).handle());
+    LogLine(L"%s: agent update result: %s", tag, GetRunResultName(result).c_str());
     bool cleaned = true;
     switch (result) {
     case ERR_NOAGENT:
@@ -136,7 +136,7 @@ bool UtilTryAgain(std::int32_t limit)
 bool Util_UpdateDone(RunResult result, bool legacyWorkflow)
 {
     const wchar_t* tag = L"Util_UpdateDone";
-    LogLine(L"%s: Updating state for result '%s', legacy workflow:'%d' ", tag, GetRunResultName(result).handle(),
+    LogLine(L"%s: Updating state for result '%s', legacy workflow:'%d' ", tag, GetRunResultName(result).c_str(),
             legacyWorkflow ? 1 : 0);
 
     if (result >= ERR_PREFLIGHTCHECK_INVALID_UNC_PATH && result <= ERR_PREFLIGHTCHECK_OK)
@@ -158,8 +158,8 @@ bool UtilManageUpdateState()
 {
     const wchar_t* tag = L"UtilManageUpdateState";
     UpdateRecord& r = g_updateRecord;
-    LogLine(L"%s: Update key: %s current state: %s result:%s", tag, r.sUpdateKey.handle(),
-            stateStr(r.nState).handle(), r.sResult.handle());
+    LogLine(L"%s: Update key: %s current state: %s result:%s", tag, r.sUpdateKey.c_str(),
+            stateStr(r.nState).c_str(), r.sResult.c_str());
 
     if (r.nState == STATE_DOWNLOAD) {
         if (resultIs(L"OK") || resultIs(L"PROGRESS"))
@@ -182,7 +182,7 @@ bool UtilManageUpdateState()
         return false;
     }
 
-    LogLine(L"%s: Update key: %s new state: %s result: %s", tag, r.sUpdateKey.handle(), stateStr(r.nState).handle(),
-            r.sResult.handle());
+    LogLine(L"%s: Update key: %s new state: %s result: %s", tag, r.sUpdateKey.c_str(), stateStr(r.nState).c_str(),
+            r.sResult.c_str());
     return true;
 }

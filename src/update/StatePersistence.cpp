@@ -62,7 +62,7 @@ bool writeStateUnder(const corestring& root, const wchar_t* tag)
         corestring path = key;
         path.append(item.name);
         if (!RegistryWrite(item.value, path.c_str(), REG_SZ, false, false)) {
-            LogLine(item.failure, tag, r.sUpdateKey.handle(), item.value.handle());
+            LogLine(item.failure, tag, r.sUpdateKey.c_str(), item.value.c_str());
             return false;
         }
     }
@@ -130,6 +130,6 @@ bool Util_UpdatePreflightCheckCompleteReg(bool complete)
     }
     if (!written)
         LogLine(L"%s: Update key: %s failed to update preflightcheckcomplete flag for value: %s", tag,
-                g_updateRecord.sUpdateKey.handle(), text.handle());
+                g_updateRecord.sUpdateKey.c_str(), text.c_str());
     return written;
 }

@@ -85,7 +85,7 @@ bool UtilGetActiveUpdate()
     }
     // One job per run: the first in the platform's order.
     record.sUpdateKey = keys.front();
-    LogLine(L"%s: Update key: %s", tag, record.sUpdateKey.handle());
+    LogLine(L"%s: Update key: %s", tag, record.sUpdateKey.c_str());
     return !record.sUpdateKey.empty();
 }
 
@@ -103,13 +103,13 @@ bool UtilGetRegistry()
     RegistryReadAllValues(values, path.c_str(), false);
     if (values.empty()) {
         if (record.bLegacyUpgrade)
-            LogLine(L"%s: Kesmarc Update key: %s empty key", tag, record.sUpdateKey.handle());
+            LogLine(L"%s: Kesmarc Update key: %s empty key", tag, record.sUpdateKey.c_str());
         else
-            LogLine(L"%s: Tarvelle Update key: %s empty key", tag, record.sUpdateKey.handle());
+            LogLine(L"%s: Tarvelle Update key: %s empty key", tag, record.sUpdateKey.c_str());
         return false;
     }
     for (const NoCaseMap::Entry& entry : values.entries())
-        LogLine(L"Update key: %s %s = %s", record.sUpdateKey.handle(), entry.first.handle(), entry.second.handle());
+        LogLine(L"Update key: %s %s = %s", record.sUpdateKey.c_str(), entry.first.c_str(), entry.second.c_str());
 
     if (const corestring* state = values.find(L"STATE"))
         record.nState = UtilStateId(state->c_str());
@@ -125,21 +125,21 @@ bool UtilGetRegistry()
     if (const corestring* urls = values.find(L"URL")) {
         record.sURLs = splitAtNul(*urls);
         LogLine(L"%s: URL length: %d [%s]", tag, static_cast<int>(urls->length()),
-                joinWithCommas(record.sURLs).handle());
+                joinWithCommas(record.sURLs).c_str());
     }
     record.sProxies.clear();
     if (const corestring* proxies = values.find(L"PROXY")) {
         record.sProxies = splitAtNul(*proxies);
         LogLine(L"%s: Proxy length: %d [%s]", tag, static_cast<int>(proxies->length()),
-                joinWithCommas(record.sProxies).handle());
+                joinWithCommas(record.sProxies).c_str());
     }
 
     record.sPacUrl = textOf(values, L"PACURL");
     record.sArch = textOf(values, L"ARCH");
 
     if (record.sAgent.empty() || (record.sUNC.empty() && record.sURLs.empty())) {
-        LogLine(L"%s: required parameter empty, sAgent: %s, sUNC: %s, sURLs: %s", tag, record.sAgent.handle(),
-                record.sUNC.handle(), joinWithCommas(record.sURLs).handle());
+        LogLine(L"%s: required parameter empty, sAgent: %s, sUNC: %s, sURLs: %s", tag, record.sAgent.c_str(),
+                record.sUNC.c_str(), joinWithCommas(record.sURLs).c_str());
         return false;
     }
 
@@ -177,7 +177,7 @@ bool Util_GetUpdateState(NoCaseMap& map)
     if (!UtilGetActiveUpdate())
         return false;
     if (!UtilGetRegistry()) {
-        LogLine(L"%s: Update key: %s Registry failure", L"Util_GetUpdateState", g_updateRecord.sUpdateKey.handle());
+        LogLine(L"%s: Update key: %s Registry failure", L"Util_GetUpdateState", g_updateRecord.sUpdateKey.c_str());
         return false;
     }
     map.set(L"AGENT", g_updateRecord.sAgent);

@@ -306,7 +306,7 @@ TEST_F(RecordTest, EntriesAreLoggedInThePlatformsOrderWithNothingMasked)
     const std::vector<std::wstring> expected = {
         L"Update key: Job1 AGENT = OTHER",
         L"Update key: Job1 CHECKSUM = secret-sum",
-        L"Update key: Job1 PACURL = (null)",
+        L"Update key: Job1 PACURL = ",
         L"Update key: Job1 UNC_PATH = \\\\s\\x",
     };
     EXPECT_EQ(expected, p.logLines());
@@ -478,8 +478,8 @@ TEST_F(RecordTest, UrlOfNulsOnlyIsAnEmptyListAndFailsWithoutASharePath)
     EXPECT_TRUE(rec.sURLs.empty());
     std::vector<std::wstring> lines = p.logLines();
     ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(L"UtilGetRegistry: URL length: 3 [(null)]", lines[lines.size() - 2]);
-    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: TOVI, sUNC: (null), sURLs: (null)",
+    EXPECT_EQ(L"UtilGetRegistry: URL length: 3 []", lines[lines.size() - 2]);
+    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: TOVI, sUNC: , sURLs: ",
               lines.back());
 }
 
@@ -519,7 +519,7 @@ TEST_F(RecordTest, MissingAgentFailsTheMandatoryCheck)
     put(key, L"UNC_PATH", L"\\\\srv\\x.msi");
     p.keys.putMultiString(HKEY_LOCAL_MACHINE, key, L"URL", {L"https://a/1", L"https://b/2"});
     EXPECT_FALSE(readNewJob());
-    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: (null), sUNC: \\\\srv\\x.msi, sURLs: "
+    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: , sUNC: \\\\srv\\x.msi, sURLs: "
               L"https://a/1,https://b/2",
               p.logLines().back());
 }
@@ -529,8 +529,8 @@ TEST_F(RecordTest, EmptyAgentFailsTheMandatoryCheck)
     std::wstring key = minimalJob();
     put(key, L"AGENT", L"");
     EXPECT_FALSE(readNewJob());
-    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: (null), sUNC: \\\\srv\\share\\agent.msi, sURLs: "
-              L"(null)",
+    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: , sUNC: \\\\srv\\share\\agent.msi, sURLs: "
+              L"",
               p.logLines().back());
 }
 
@@ -540,7 +540,7 @@ TEST_F(RecordTest, NeitherSharePathNorUrlFailsTheMandatoryCheck)
     put(key, L"AGENT", L"TOVI");
     put(key, L"UNC_PATH", L"");
     EXPECT_FALSE(readNewJob());
-    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: TOVI, sUNC: (null), sURLs: (null)",
+    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: TOVI, sUNC: , sURLs: ",
               p.logLines().back());
 }
 
@@ -648,7 +648,7 @@ TEST_F(RecordTest, MetadataOf8192BytesInAlphabeticalOrderDropsTheSharePath)
     put(key, L"AGENT", L"TOVI");
     put(key, L"UNC_PATH", L"\\\\s\\x");
     EXPECT_FALSE(readNewJob());
-    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: TOVI, sUNC: (null), sURLs: (null)",
+    EXPECT_EQ(L"UtilGetRegistry: required parameter empty, sAgent: TOVI, sUNC: , sURLs: ",
               p.logLines().back());
 }
 
