@@ -12,10 +12,13 @@ platform::Services FakePlatform::servicesOf(FakePlatform& p)
     s.keys = &p.keys;
     s.files = &p.files;
     s.processes = &p.processes;
+    s.installer = &p.installer;
     s.clock = &p.clock;
     s.console = &p.console;
     s.delivery = &p.delivery;
     s.power = &p.power;
+    s.network = &p.network;
+    s.hashing = &p.hashing;
     return s;
 }
 

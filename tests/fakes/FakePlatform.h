@@ -2,8 +2,11 @@
 // Every service of the tool faked at once, installed for one test's life,
 // with the process-wide state of the tool put back to a fresh start.
 #include "fakes/FakeFileSystem.h"
+#include "fakes/FakeHashing.h"
+#include "fakes/FakeInstaller.h"
 #include "fakes/FakeKeyStore.h"
 #include "fakes/FakeMachine.h"
+#include "fakes/FakeNetwork.h"
 #include "fakes/FakePower.h"
 #include "fakes/ScopedServices.h"
 
@@ -23,10 +26,13 @@ public:
     FakeKeyStore keys;
     FakeFileSystem files;
     FakeProcesses processes;
+    FakeInstaller installer;
     FakeClock clock;
     FakeConsole console;
     FakeDelivery delivery;
     FakePower power;
+    FakeNetwork network;
+    FakeHashing hashing;
 
 private:
     static platform::Services servicesOf(FakePlatform& p);

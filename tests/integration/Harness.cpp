@@ -205,6 +205,41 @@ bool KeyExists(const std::wstring& key)
     return true;
 }
 
+std::vector<std::wstring> SubkeyNames(const std::wstring& key)
+{
+    std::vector<std::wstring> names;
+    HKEY handle = nullptr;
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_READ, &handle) != ERROR_SUCCESS)
+        return names;
+    std::vector<wchar_t> name(32768);
+    for (DWORD index = 0;; ++index) {
+        DWORD length = static_cast<DWORD>(name.size());
+        if (::RegEnumKeyExW(handle, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+            break;
+        names.emplace_back(name.data(), length);
+    }
+    ::RegCloseKey(handle);
+    return names;
+}
+
+std::vector<std::wstring> ValueNames(const std::wstring& key)
+{
+    std::vector<std::wstring> names;
+    HKEY handle = nullptr;
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, &handle) != ERROR_SUCCESS)
+        return names;
+    std::vector<wchar_t> name(32768);
+    for (DWORD index = 0;; ++index) {
+        DWORD length = static_cast<DWORD>(name.size());
+        // No data buffer: a large value must not end the listing here.
+        if (::RegEnumValueW(handle, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+            break;
+        names.emplace_back(name.data(), length);
+    }
+    ::RegCloseKey(handle);
+    return names;
+}
+
 // --- Files -------------------------------------------------------------------
 
 std::wstring HarnessDirectory()
@@ -292,6 +327,51 @@ std::vector<std::wstring> FindFilesRecursive(const std::wstring& folder, const s
     ::FindClose(find);
     std::sort(found.begin(), found.end());
     return found;
+}
+
+std::optional<std::string> ReadFileBytes(const std::wstring& path)
+{
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return std::nullopt;
+    LARGE_INTEGER size{};
+    if (!::GetFileSizeEx(file, &size)) {
+        DWORD error = ::GetLastError();
+        ::CloseHandle(file);
+        fail("GetFileSizeEx " + Narrow(path), error);
+    }
+    std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
+    size_t done = 0;
+    while (done < bytes.size()) {
+        DWORD got = 0;
+        DWORD piece = static_cast<DWORD>(std::min<size_t>(bytes.size() - done, 1u << 24));
+        if (!::ReadFile(file, bytes.data() + done, piece, &got, nullptr) || !got)
+            break;
+        done += got;
+    }
+    ::CloseHandle(file);
+    bytes.resize(done);
+    return bytes;
+}
+
+void WriteFileBytes(const std::wstring& path, const std::string& bytes)
+{
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        fail("CreateFileW " + Narrow(path), ::GetLastError());
+    size_t done = 0;
+    while (done < bytes.size()) {
+        DWORD written = 0;
+        DWORD piece = static_cast<DWORD>(std::min<size_t>(bytes.size() - done, 1u << 24));
+        if (!::WriteFile(file, bytes.data() + done, piece, &written, nullptr) || !written) {
+            DWORD error = ::GetLastError();
+            ::CloseHandle(file);
+            fail("WriteFile " + Narrow(path), error);
+        }
+        done += written;
+    }
+    ::CloseHandle(file);
 }
 
 std::string FileVersionOf(const std::wstring& path)

@@ -60,6 +60,10 @@ std::optional<RegValue> ReadValue(const std::wstring& key, const std::wstring& n
 // All values of a key by name; empty when the key doesn't exist.
 std::map<std::wstring, RegValue> ReadAllValues(const std::wstring& key);
 bool KeyExists(const std::wstring& key);
+// Names of a key's subkeys and of its values, in the registry's enumeration
+// order; empty when the key doesn't exist.
+std::vector<std::wstring> SubkeyNames(const std::wstring& key);
+std::vector<std::wstring> ValueNames(const std::wstring& key);
 
 // --- Files -----------------------------------------------------------------
 
@@ -71,6 +75,9 @@ void MakeDirectories(const std::wstring& path);
 void RemoveTree(const std::wstring& path);
 // Every file below a folder, at any depth, whose name matches the pattern.
 std::vector<std::wstring> FindFilesRecursive(const std::wstring& folder, const std::wstring& pattern);
+// Whole-file access; ReadFileBytes gives nothing when the file can't be opened.
+std::optional<std::string> ReadFileBytes(const std::wstring& path);
+void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 
 // Four-part file version from a file's version resource ("a.b.c.d"), read
 // independently of the tool; empty when there is none.
