@@ -1,0 +1,14 @@
+#pragma once
+#include "agent/Agent.h"
+
+// The product's own desktop agent: known upgrade codes, installer naming and
+// silent command line.
+class ToviAgent : public Agent {
+public:
+    ToviAgent(const CORE::corestring& overrideVersion, const CORE::corestring& overrideFilename);
+    ~ToviAgent() override = default;
+
+    bool GetVersion() override;
+    std::uint32_t Launch(bool testMode, std::uint32_t rebootMode, const CORE::corestring& options,
+                         std::uint32_t* exitCode) override;
+};
