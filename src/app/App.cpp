@@ -1,8 +1,45 @@
 #include "app/App.h"
 
 #include "agent/Agent.h"
+#include "agent/GenericAgent.h"
+#include "agent/ToviAgent.h"
+#include "diagnostics/FailureReport.h"
+#include "diagnostics/ToolLog.h"
+#include "fetch/ErrorInfo.h"
 #include "fetch/Workspace.h"
+#include "platform/Services.h"
+#include "registry/Registry.h"
+#include "update/UpdateRecord.h"
 #include "update/UpdateRecordReader.h"
+
+using CORE::keywordEquals;
+
+namespace {
+
+// A job field by name, without adding an empty entry for an absent one.
+corestring field(const NoCaseMap& properties, const wchar_t* name)
+{
+    const corestring* value = properties.find(name);
+    return value ? *value : corestring();
+}
+
+corestring lastInstallErrorPath(corestring root)
+{
+    root.append(L"\\Agent\\");
+    root.append(L"LastInstallError");
+    return root;
+}
+
+void copyVersions(const Agent& agent)
+{
+    g_updateRecord.sFromVersion = agent.installedVersion;
+    g_updateRecord.sToVersion = agent.updateVersion;
+}
+
+// Exit codes that are no failure of the installer, whatever the kind made of them.
+bool isCleanExit(std::uint32_t exitCode) { return exitCode == 3010 || exitCode == 0 || exitCode == 1641; }
+
+}  // namespace
 
 App::~App()
 {
@@ -16,28 +53,144 @@ bool App::Init()
     workspace = Util_GetWorkspace();
     if (workspace.empty())
         return false;
-    // The command line, the choice of agent and the preflight flags come in a later change.
+
+    corestring commandLine(platform::processes().GetCommandLineW());
+    if (!ParseCmdline(commandLine))
+        return false;
+
     if (!Util_GetUpdateState(properties))
         return false;
-    arch = properties[L"ARCH"];
-    options = properties[L"OPTIONS"];
+
+    corestring agent = field(properties, L"AGENT");
+    if (keywordEquals(agent.c_str(), L"TOVI", true)) {
+        // The job's values win over the override file, even when they are empty.
+        overrideVersion = field(properties, L"VERSION");
+        overrideFilename = field(properties, L"FILENAME");
+        agents.push_back(new ToviAgent(overrideVersion, overrideFilename));
+    } else if (keywordEquals(agent.c_str(), L"OTHER", true)) {
+        agents.push_back(new GenericAgent(field(properties, L"FILENAME")));
+    }
+    // Any other kind: no agent, and the run ends as having nothing to update.
+
+    arch = field(properties, L"ARCH");
+    options = field(properties, L"OPTIONS");
+    if (!options.empty()) {
+        // Substring searches: "PREFLIGHTCHECK_ENABLED=10" counts as 1 as well.
+        if (corestring::findNoCase(options.c_str(), L"PREFLIGHTCHECK_ENABLED=1") != corestring::npos)
+            preflightEnabled = true;
+        if (corestring::findNoCase(options.c_str(), L"PREFLIGHTCHECK_ENABLED=2") != corestring::npos) {
+            preflightEnabled = true;
+            legacyWorkflow = true;
+        }
+    }
     return true;
 }
 
-// Not built yet: a preflight-only run can't be chosen before Init reads the
-// job's options.
+// Not built yet: a run with the preflight option ends as failed.
 RunResult App::performPreflightChecks() { return ERR_FAILURE; }
 
-// Not built yet: with no agent there is nothing to update.
-bool App::CheckVersion() { return false; }
+bool App::CheckVersion()
+{
+    const wchar_t* tag = L"App::CheckVersion";
+    for (Agent* agent : agents) {
+        if (!agent)
+            continue;
+        LogLine(L"=== Check Version ===");
+        // Only logged: UpdateAvailable alone decides, so that a forced run
+        // reinstalls an equal or older version.
+        if (!agent->GetVersion())
+            LogLine(L"%s: GetVersion could not find the update file", tag);
+        if (!agent->CompVersion())
+            LogLine(L"%s: CompVersion does not require to upgrade", tag);
+        if (agent->UpdateAvailable(forceUpdate))
+            updates.push_back(agent);
+        else
+            LogLine(L"%s: Update not available", tag);
+    }
+    return !updates.empty();
+}
 
-// Not built yet: never reached, CheckVersion finds no update.
-RunResult App::Update() { return ERR_FAILURE; }
+RunResult App::Update()
+{
+    const wchar_t* tag = L"App::Update";
+    RunResult result = ERR_FAILURE;
+    LogLine(L"=== Update ===");
+    if (updates.empty())
+        return ERR_FAILURE;
+
+    // Not written when Launch stops before an installer has ended.
+    std::uint32_t exitCode = 0;
+    bool launchFailed = false;
+    Agent* last = updates.back();
+    for (Agent* agent : updates) {
+        if (!agent)
+            continue;
+        const bool isTovi = dynamic_cast<ToviAgent*>(agent) != nullptr;
+        const bool isGeneric = dynamic_cast<GenericAgent*>(agent) != nullptr;
+        std::uint32_t rebootMode = 1;  // someone after this one restarts the machine
+        if (agent == last)
+            rebootMode = isTovi ? 0 : 2;
+
+        std::uint32_t launchResult = agent->Launch(testMode, rebootMode, options, &exitCode);
+
+        // Success and reboot are recognised for a GenericAgent only; for a
+        // ToviAgent the run result stays as it was whatever the installer did.
+        if (isGeneric && launchResult == kLaunchExitCodeFailure) {
+            LogLine(L"%s: agent reboot required", tag);
+            copyVersions(*agent);
+            result = ERR_REBOOT;
+            launchFailed = true;
+            break;
+        }
+        if (isGeneric && launchResult == kLaunchOk) {
+            LogLine(L"%s: agent update succeeded", tag);
+            result = ERR_NOAGENT;
+            copyVersions(*agent);
+            continue;
+        }
+        copyVersions(*agent);
+        if (launchResult != kLaunchOk) {
+            launchFailed = true;
+            break;
+        }
+    }
+    if (!launchFailed)
+        return result;
+
+    // The remaining agents are not launched.
+    LogLine(L"%s: no Launch", tag);
+    if (isCleanExit(exitCode))
+        return result;
+
+    UpdateRecord& r = g_updateRecord;
+    r.sErrorCode = Util_GetErrorInfo(exitCode).name;
+    r.sErrorDesc = CORE::errorText(exitCode);
+    // The installer leaves its own words here; only the new root is read.
+    corestring installError = RegistryReadOrDefault(lastInstallErrorPath(GetNewRootKeyPath()).c_str(), L"");
+    if (!installError.empty()) {
+        corestring suffix;
+        corestring::format(suffix, L" - %s", installError.c_str());
+        r.sErrorDesc.append(suffix);
+    }
+    if (!WriteFailedCustomActionDetailsToRegistry())
+        LogLine(L"%s: ERROR: Failed to write MSI error details to registry", tag);
+    LogLine(L"%s: Error code and description: %s, %s", tag, r.sErrorCode.c_str(), r.sErrorDesc.c_str());
+    return result;
+}
 
 void App::Cleanup()
 {
+    const wchar_t* tag = L"App::Cleanup";
+    // updates holds the same objects.
     for (Agent* agent : agents)
         delete agent;
     agents.clear();
     updates.clear();
+
+    // Removed at the end of every run, the new root first.
+    for (corestring root : {GetNewRootKeyPath(), GetLegacyRootKeyPath()}) {
+        corestring path = lastInstallErrorPath(root);
+        if (!Util_DeleteRegistryIfExists(path))
+            LogLine(L"%s: Failed to delete %s registry key", tag, path.c_str());
+    }
 }

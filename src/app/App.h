@@ -19,6 +19,11 @@ public:
     App& operator=(const App&) = delete;
 
     bool Init();
+    // The switches and the version override file name; false when help was
+    // asked for or an option is unknown.
+    bool ParseCmdline(const corestring& commandLine);
+    // Reads "Tovi.version" and "Tovi.filename" from versionFile in the workspace.
+    void ParseOverrideFile();
     RunResult performPreflightChecks();
     bool CheckVersion();
     RunResult Update();

@@ -90,7 +90,7 @@ RunResult CheckPlatform(const corestring& arch, bool hostX64)
     // Accepted on any host, a 32-bit one included.
     if (archIs(arch, L"Use32-BitAgentOn64", 19))
         return ERR_SUCCESS;
-    LogLine(L"%s: arch type mismatch: %s on %s host", tag, arch.handle(), hostX64 ? L"64-bit" : L"32-bit");
+    LogLine(L"%s: arch type mismatch: %s on %s host", tag, arch.c_str(), hostX64 ? L"64-bit" : L"32-bit");
     return ERR_INCOMPATIBLE;
 }
 

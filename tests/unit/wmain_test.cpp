@@ -129,10 +129,11 @@ TEST_F(RunTest, RunWithoutJobReachesTheClosingLineWithItsResultName)
     RunResult result = RunUpdateTool();
     EXPECT_EQ(ERR_FAILURE, result);
     std::vector<std::wstring> lines = p.logLines();
-    ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ(L"UtilGetActiveUpdate: No Kesmarc active updates", lines[0]);
-    EXPECT_EQ(L"UtilGetActiveUpdate: Check for Tarvelle active updates", lines[1]);
-    EXPECT_EQ(L"UtilGetActiveUpdate: No Tarvelle active updates", lines[2]);
+    ASSERT_GE(lines.size(), 5u);
+    EXPECT_EQ(L"App::ParseCmdline: cmdLine: [zenthra-updatetool.exe]", lines[0]);
+    EXPECT_EQ(L"UtilGetActiveUpdate: No Kesmarc active updates", lines[1]);
+    EXPECT_EQ(L"UtilGetActiveUpdate: Check for Tarvelle active updates", lines[2]);
+    EXPECT_EQ(L"UtilGetActiveUpdate: No Tarvelle active updates", lines[3]);
     EXPECT_EQ(L"wmain: Updatetool rc = ERR_FAILURE", lines.back());
     for (const std::wstring& line : lines)
         EXPECT_EQ(std::wstring::npos, line.find(L"App::CheckPlatform")) << line;
