@@ -250,3 +250,12 @@ std::uint32_t Agent::LaunchHelper(bool testMode, const corestring& commandLine, 
     LogLine(L"%s: %s returned: %s", kTag, commandLine.c_str(), CORE::errorText(code).c_str());
     return kLaunchOk;
 }
+
+corestring Agent::QuotedUpdateFilename() const
+{
+    if (updateFilename.findChar(L' ') == corestring::npos)
+        return updateFilename;
+    corestring quoted(L"\"");
+    quoted.append(updateFilename).append(L"\"");
+    return quoted;
+}

@@ -45,6 +45,9 @@ public:
     bool FindInstalledVersion(const CORE::corestring& upgradeCode);
     bool FindUpdateVersion(const CORE::corestring& namePrefix, bool archAware, const CORE::corestring& excludedText);
     std::uint32_t LaunchHelper(bool testMode, const CORE::corestring& commandLine, std::uint32_t* exitCode);
+    // updateFilename as a command line's first word: in double quotes when
+    // it holds a blank, as it stands otherwise.
+    CORE::corestring QuotedUpdateFilename() const;
     bool UpdateAvailable(bool force);
 
     // Asks the platform for the native architecture and logs it; the

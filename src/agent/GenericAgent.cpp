@@ -18,23 +18,12 @@ std::uint32_t GenericAgent::Launch(bool testMode, std::uint32_t /*rebootMode*/, 
 {
     static const wchar_t kTag[] = L"GenericAgent::Launch";
     corestring extension = updateFilename.right(4);
-    const bool quoted = updateFilename.findChar(L' ') != corestring::npos;
     corestring commandLine;
     if (CORE::keywordEquals(extension.c_str(), L".msi", true)) {
         commandLine = L"msiexec /i ";
-        if (quoted) {
-            commandLine.append(L"\"").append(updateFilename).append(L"\"");
-        } else {
-            commandLine.append(updateFilename);
-        }
-        commandLine.append(L" /qn");
+        commandLine.append(QuotedUpdateFilename()).append(L" /qn");
     } else if (CORE::keywordEquals(extension.c_str(), L".exe", true)) {
-        if (quoted) {
-            commandLine = L"\"";
-            commandLine.append(updateFilename).append(L"\"");
-        } else {
-            commandLine = updateFilename;
-        }
+        commandLine = QuotedUpdateFilename();
         commandLine.append(L" /s /v /qn");
     } else {
         LogLine(L"%s: invalid extension: %s", kTag, extension.c_str());

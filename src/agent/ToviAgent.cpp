@@ -38,13 +38,7 @@ bool ToviAgent::GetVersion()
 std::uint32_t ToviAgent::Launch(bool testMode, std::uint32_t rebootMode, const corestring& options,
                                 std::uint32_t* exitCode)
 {
-    corestring commandLine;
-    if (updateFilename.findChar(L' ') != corestring::npos) {
-        commandLine = L"\"";
-        commandLine.append(updateFilename).append(L"\"");
-    } else {
-        commandLine = updateFilename;
-    }
+    corestring commandLine = QuotedUpdateFilename();
     commandLine.append(L" /s /v /qn");
     commandLine.append(L" TQM_SKIP_ADD_LDAP_MACHINE_ENTRY=1");
     if (rebootMode == 2) {

@@ -16,13 +16,6 @@ using CORE::keywordEquals;
 
 namespace {
 
-// A job field by name, without adding an empty entry for an absent one.
-corestring field(const NoCaseMap& properties, const wchar_t* name)
-{
-    const corestring* value = properties.find(name);
-    return value ? *value : corestring();
-}
-
 corestring lastInstallErrorPath(corestring root)
 {
     root.append(L"\\Agent\\");
@@ -61,19 +54,19 @@ bool App::Init()
     if (!Util_GetUpdateState(properties))
         return false;
 
-    corestring agent = field(properties, L"AGENT");
+    corestring agent = properties.get(L"AGENT");
     if (keywordEquals(agent.c_str(), L"TOVI", true)) {
         // The job's values win over the override file, even when they are empty.
-        overrideVersion = field(properties, L"VERSION");
-        overrideFilename = field(properties, L"FILENAME");
+        overrideVersion = properties.get(L"VERSION");
+        overrideFilename = properties.get(L"FILENAME");
         agents.push_back(new ToviAgent(overrideVersion, overrideFilename));
     } else if (keywordEquals(agent.c_str(), L"OTHER", true)) {
-        agents.push_back(new GenericAgent(field(properties, L"FILENAME")));
+        agents.push_back(new GenericAgent(properties.get(L"FILENAME")));
     }
     // Any other kind: no agent, and the run ends as having nothing to update.
 
-    arch = field(properties, L"ARCH");
-    options = field(properties, L"OPTIONS");
+    arch = properties.get(L"ARCH");
+    options = properties.get(L"OPTIONS");
     if (!options.empty()) {
         // Substring searches: "PREFLIGHTCHECK_ENABLED=10" counts as 1 as well.
         if (corestring::findNoCase(options.c_str(), L"PREFLIGHTCHECK_ENABLED=1") != corestring::npos)

@@ -23,3 +23,6 @@ bool Util_DeleteRegistryIfExists(corestring path);
 corestring GetNewRootKeyPath();
 corestring GetLegacyRootKeyPath();
 bool ParseBool(const corestring& text);
+// Replaces %NAME% references by the environment's values, as a
+// REG_EXPAND_SZ read does; the text stands when there is no expansion.
+void RegistryExpandText(corestring& text);

@@ -46,7 +46,12 @@ std::uint32_t failRead(corestring& out, DWORD code)
     return kRegReadFailed;
 }
 
-void expandInPlace(corestring& text)
+
+REGSAM withView(REGSAM rights, bool use32BitRegistry) { return use32BitRegistry ? rights | KEY_WOW64_32KEY : rights; }
+
+}  // namespace
+
+void RegistryExpandText(corestring& text)
 {
     platform::KeyStore& keys = platform::keys();
     const DWORD needed = keys.ExpandEnvironmentStringsW(text.c_str(), nullptr, 0);
@@ -69,10 +74,6 @@ void expandInPlace(corestring& text)
     }
     std::free(expanded);
 }
-
-REGSAM withView(REGSAM rights, bool use32BitRegistry) { return use32BitRegistry ? rights | KEY_WOW64_32KEY : rights; }
-
-}  // namespace
 
 std::uint32_t RegistryReadValue(corestring& out, HKEY key, const wchar_t* name, std::uint32_t requiredType)
 {
@@ -115,7 +116,7 @@ std::uint32_t RegistryReadValue(corestring& out, HKEY key, const wchar_t* name, 
                                       : static_cast<std::int64_t>(size) / 2;
         out.assign(reinterpret_cast<const wchar_t*>(buffer.data()), static_cast<std::uint64_t>(characters));
         if (type == REG_EXPAND_SZ)
-            expandInPlace(out);
+            RegistryExpandText(out);
         break;
     }
     }

@@ -12,6 +12,12 @@ public:
 
     // The value stored under name, or null when there is none.
     const CORE::corestring* find(const wchar_t* name) const;
+    // A copy of the value stored under name; empty when there is none.
+    CORE::corestring get(const wchar_t* name) const
+    {
+        const CORE::corestring* value = find(name);
+        return value ? *value : CORE::corestring();
+    }
     // The value under name, made empty if it isn't there yet.
     CORE::corestring& operator[](const wchar_t* name);
     void set(const wchar_t* name, const CORE::corestring& value) { (*this)[name] = value; }

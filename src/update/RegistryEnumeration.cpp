@@ -17,17 +17,10 @@ constexpr DWORD kBufferBytes = 16384;
 constexpr DWORD kNameLimit = 8191;  // characters
 constexpr DWORD kDataLimit = 8191;  // bytes: a value of 8192 bytes ends the enumeration
 
-bool isBlank(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n'; }
-
 corestring trimmedName(const wchar_t* name, DWORD length)
 {
-    DWORD first = 0;
-    while (first < length && isBlank(name[first]))
-        ++first;
-    DWORD last = length;
-    while (last > first && isBlank(name[last - 1]))
-        --last;
-    return corestring(name + first, last - first);
+    corestring text(name, length);
+    return text.trim();
 }
 
 // "\dummy" stands for the value name the path parser insists on.
@@ -44,20 +37,6 @@ bool openKey(OpenKey& key, const wchar_t* keyPath, bool use32BitView)
     if (use32BitView)
         rights |= KEY_WOW64_32KEY;
     return platform::keys().RegOpenKeyExW(hive, subkey.c_str(), 0, rights, key.out()) == ERROR_SUCCESS;
-}
-
-// The stored text stands when the platform has no expansion to give.
-void expandEnvironment(corestring& text)
-{
-    platform::KeyStore& keys = platform::keys();
-    const DWORD needed = keys.ExpandEnvironmentStringsW(text.c_str(), nullptr, 0);
-    if (needed == 0)
-        return;
-    std::vector<wchar_t> expanded(needed + 1, L'\0');
-    const DWORD written = keys.ExpandEnvironmentStringsW(text.c_str(), expanded.data(), needed);
-    if (written == 0 || written > needed)
-        return;
-    text.assign(expanded.data(), written - 1);
 }
 
 corestring valueText(DWORD type, const BYTE* data, DWORD size)
@@ -81,7 +60,7 @@ corestring valueText(DWORD type, const BYTE* data, DWORD size)
         // stored without one.
         corestring text(reinterpret_cast<const wchar_t*>(data), (size - 1) / 2);
         if (type == REG_EXPAND_SZ)
-            expandEnvironment(text);
+            RegistryExpandText(text);
         return text;
     }
     default:

@@ -20,13 +20,6 @@ corestring updateKeyOf(const corestring& root)
     return path;
 }
 
-// An absent value reads as an empty text.
-corestring textOf(const NoCaseMap& values, const wchar_t* name)
-{
-    const corestring* found = values.find(name);
-    return found ? *found : corestring();
-}
-
 // A list value is cut at every NUL; empty pieces go, a last piece without
 // a terminator stays.
 StringList splitAtNul(const corestring& text)
@@ -55,10 +48,6 @@ corestring joinWithCommas(const StringList& items)
     }
     return joined;
 }
-
-bool isBlank(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n'; }
-
-bool isDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 
 }  // namespace
 
@@ -114,10 +103,10 @@ bool UtilGetRegistry()
     if (const corestring* state = values.find(L"STATE"))
         record.nState = UtilStateId(state->c_str());
 
-    record.sAgent = textOf(values, L"AGENT");
-    record.sVersion = textOf(values, L"VERSION");
-    record.sUNC = textOf(values, L"UNC_PATH");
-    record.sShareType = textOf(values, L"UNC_SHARETYPE");
+    record.sAgent = values.get(L"AGENT");
+    record.sVersion = values.get(L"VERSION");
+    record.sUNC = values.get(L"UNC_PATH");
+    record.sShareType = values.get(L"UNC_SHARETYPE");
     if (!record.sUNC.empty() && record.sShareType.empty())
         record.sShareType = L"SMB";
 
@@ -134,8 +123,8 @@ bool UtilGetRegistry()
                 joinWithCommas(record.sProxies).c_str());
     }
 
-    record.sPacUrl = textOf(values, L"PACURL");
-    record.sArch = textOf(values, L"ARCH");
+    record.sPacUrl = values.get(L"PACURL");
+    record.sArch = values.get(L"ARCH");
 
     if (record.sAgent.empty() || (record.sUNC.empty() && record.sURLs.empty())) {
         LogLine(L"%s: required parameter empty, sAgent: %s, sUNC: %s, sURLs: %s", tag, record.sAgent.c_str(),
@@ -143,15 +132,15 @@ bool UtilGetRegistry()
         return false;
     }
 
-    record.sMetadata = textOf(values, L"METADATA");
+    record.sMetadata = values.get(L"METADATA");
     CORE::PropertyBag metadata;
     // A metadata text that doesn't parse leaves the bag empty, silently.
     if (!record.sMetadata.empty() && metadata.Parse(record.sMetadata.c_str(), true, 0))
         LogLine(L"%s: matadata XML string loaded", tag);
 
-    record.sCheckSum = textOf(values, L"CHECKSUM");
-    record.sFileSize = textOf(values, L"FILESIZE");
-    record.sCertType = textOf(values, L"CERTTYPE");
+    record.sCheckSum = values.get(L"CHECKSUM");
+    record.sFileSize = values.get(L"FILESIZE");
+    record.sCertType = values.get(L"CERTTYPE");
 
     record.sThumbprints.clear();
     if (metadata.Count() > 0) {
@@ -161,11 +150,11 @@ bool UtilGetRegistry()
             record.sThumbprints.push_back(thumbprint);
     }
 
-    record.sOptions = textOf(values, L"OPTIONS");
-    record.sResult = textOf(values, L"RESULT");
-    record.sFileName = textOf(values, L"FILENAME");
-    record.sPackageFileName = textOf(values, L"PACKAGEFILENAME");
-    record.sRelativeFolderPath = textOf(values, L"RELATIVEFOLDERPATH");
+    record.sOptions = values.get(L"OPTIONS");
+    record.sResult = values.get(L"RESULT");
+    record.sFileName = values.get(L"FILENAME");
+    record.sPackageFileName = values.get(L"PACKAGEFILENAME");
+    record.sRelativeFolderPath = values.get(L"RELATIVEFOLDERPATH");
 
     if (const corestring* retry = values.find(L"RETRY"))
         record.nRetry = std::wcstol(ParseNumberText(*retry).c_str(), nullptr, 0);
@@ -190,21 +179,6 @@ bool Util_GetUpdateState(NoCaseMap& map)
 
 CORE::corestring ParseNumberText(const CORE::corestring& text)
 {
-    const wchar_t* p = text.c_str();
-    std::uint64_t first = 0;
-    std::uint64_t last = text.length();
-    while (first < last && isBlank(p[first]))
-        ++first;
-    while (last > first && isBlank(p[last - 1]))
-        --last;
-    corestring result;
-    std::uint64_t digits = first;
-    if (digits < last && (p[digits] == L'+' || p[digits] == L'-'))
-        ++digits;
-    result.assign(p + first, digits - first);
-    // "010" must not turn octal under base 0: leading zeros go while a digit follows.
-    while (digits + 1 < last && p[digits] == L'0' && isDigit(p[digits + 1]))
-        ++digits;
-    result.append(p + digits, last - digits);
-    return result;
+    // The string's own rule: trimmed, leading zeros gone while a digit follows.
+    return text.normalizeNumber();
 }
