@@ -79,9 +79,6 @@ bool App::Init()
     return true;
 }
 
-// Not built yet: a run with the preflight option ends as failed.
-RunResult App::performPreflightChecks() { return ERR_FAILURE; }
-
 bool App::CheckVersion()
 {
     const wchar_t* tag = L"App::CheckVersion";

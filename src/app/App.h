@@ -1,5 +1,6 @@
 #pragma once
 #include <list>
+#include <set>
 
 #include "app/RunResult.h"
 #include "core/string/corestring.h"
@@ -8,6 +9,13 @@
 using CORE::corestring;
 
 class Agent;
+
+// Orders preflight action names as CompareStringW does with locale 1024 and
+// no flags: case-sensitive, by the user's collation.
+struct PreflightActionOrder {
+    bool operator()(const corestring& a, const corestring& b) const;
+};
+using PreflightActions = std::set<corestring, PreflightActionOrder>;
 
 // The central object of a run: what the command line and the job said, and
 // the agents to work on. One instance lives in wmain's frame.
@@ -24,7 +32,17 @@ public:
     bool ParseCmdline(const corestring& commandLine);
     // Reads "Tovi.version" and "Tovi.filename" from versionFile in the workspace.
     void ParseOverrideFile();
+    // The machine's fitness for an update, -9 (fit) to -14; fetches and
+    // installs nothing.
     RunResult performPreflightChecks();
+    bool isWindowsUpdateInProgress();
+    bool isDiskspaceSufficientForUpdate();
+    bool isRebootPending();
+    // The administrators' rules below "\Agent\PreflightChecks\": one action
+    // name per rule that applies.
+    PreflightActions& performRegistryBasedChecks(PreflightActions& actions);
+    corestring getPreflightCheckAction(const corestring& text);
+    corestring getValueMatchAction(NoCaseMap values);
     bool CheckVersion();
     RunResult Update();
     void Cleanup();
@@ -42,4 +60,11 @@ public:
     NoCaseMap properties;
     std::list<Agent*> agents;   // owned until Cleanup
     std::list<Agent*> updates;  // chosen by CheckVersion
+
+private:
+    // Looks again every minute, ten times at most; false when updates are
+    // still running after the last look.
+    bool waitForWindowsUpdateToComplete();
+    // Whether the job's share path opens as a file with the tool's own rights.
+    bool isValidUNCPath(const corestring& path);
 };

@@ -17,8 +17,8 @@ Services win32Services()
     static Win32Clock clock;
     static Win32Delivery delivery;
     static Win32Console console;
-    // The Windows Update Agent's COM binding comes with the preflight checks.
-    return Services{&keys, &files, &processes, &installer, nullptr, &network, &hashing, &power, &clock, &delivery,
+    static Win32UpdateAgent updateAgent;
+    return Services{&keys, &files, &processes, &installer, &updateAgent, &network, &hashing, &power, &clock, &delivery,
                     &console};
 }
 

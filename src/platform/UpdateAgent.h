@@ -3,14 +3,22 @@
 
 namespace platform {
 
-// The Windows Update Agent, asked whether an installation is running. Each
-// call makes a fresh UpdateInstaller object and releases it again.
+// The operating system's update agent, asked one question: is an
+// installation or uninstallation of updates running right now?
 class UpdateAgent {
 public:
+    // Which step of the question failed, if one did.
+    enum class Failure { None, CreateInstaller, ReadIsBusy };
+    struct Answer {
+        Failure failure = Failure::None;
+        HRESULT error = S_OK;  // of the failed step
+        bool busy = false;     // meaningful only without a failure
+    };
+
     virtual ~UpdateAgent() = default;
-    // HRESULT of the first step that failed (creating the object or reading
-    // IsBusy); *busy is valid only on success.
-    virtual HRESULT IsInstallerBusy(bool* busy) = 0;
+    // Enters COM, makes a fresh UpdateInstaller object, reads IsBusy,
+    // releases the object and leaves COM again.
+    virtual Answer QueryInstallerBusy() = 0;
 };
 
 }  // namespace platform

@@ -368,18 +368,19 @@ DWORD FakeFileSystem::GetTempPathW(DWORD size, LPWSTR buffer)
     return static_cast<DWORD>(tempPath.size());
 }
 
-BOOL FakeFileSystem::GetDiskFreeSpaceExW(LPCWSTR, PULARGE_INTEGER freeToCaller, PULARGE_INTEGER total,
+BOOL FakeFileSystem::GetDiskFreeSpaceExW(LPCWSTR directory, PULARGE_INTEGER freeToCaller, PULARGE_INTEGER total,
                                          PULARGE_INTEGER totalFree)
 {
     ++calls;
+    diskSpaceAskedFor = directory ? directory : L"(null)";
     if (!diskSpaceResult) {
         ::SetLastError(ERROR_PATH_NOT_FOUND);
         return FALSE;
     }
     if (freeToCaller)
-        freeToCaller->QuadPart = freeBytes;
+        freeToCaller->QuadPart = freeToCallerBytes == ~0ull ? freeBytes : freeToCallerBytes;
     if (total)
-        total->QuadPart = freeBytes * 2;
+        total->QuadPart = totalBytes ? totalBytes : freeBytes * 2;
     if (totalFree)
         totalFree->QuadPart = freeBytes;
     return TRUE;
@@ -388,6 +389,10 @@ BOOL FakeFileSystem::GetDiskFreeSpaceExW(LPCWSTR, PULARGE_INTEGER freeToCaller, 
 DWORD FakeFileSystem::GetCurrentDirectoryW(DWORD size, LPWSTR buffer)
 {
     ++calls;
+    if (currentDirectoryError) {
+        ::SetLastError(currentDirectoryError);
+        return 0;
+    }
     if (currentDirectory.size() + 1 > size)
         return static_cast<DWORD>(currentDirectory.size() + 1);
     wcscpy(buffer, currentDirectory.c_str());

@@ -56,8 +56,15 @@ public:
     DWORD GetCurrentDirectoryW(DWORD size, LPWSTR buffer) override;
     BOOL PathFileExistsW(LPCWSTR path) override;
 
+    // GetDiskFreeSpaceExW: the drive's total free bytes and what of it the
+    // caller may use (all of it unless set), the size twice the free bytes.
     ULONGLONG freeBytes = 10ull << 30;
+    ULONGLONG freeToCallerBytes = ~0ull;
+    ULONGLONG totalBytes = 0;  // 0: twice freeBytes
     BOOL diskSpaceResult = TRUE;
+    std::wstring diskSpaceAskedFor;
+    // When non-zero, GetCurrentDirectoryW fails with this error.
+    DWORD currentDirectoryError = 0;
 
 private:
     struct Open {

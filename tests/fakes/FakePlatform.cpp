@@ -19,6 +19,7 @@ platform::Services FakePlatform::servicesOf(FakePlatform& p)
     s.power = &p.power;
     s.network = &p.network;
     s.hashing = &p.hashing;
+    s.updateAgent = &p.updateAgent;
     return s;
 }
 

@@ -8,6 +8,7 @@
 #include "fakes/FakeMachine.h"
 #include "fakes/FakeNetwork.h"
 #include "fakes/FakePower.h"
+#include "fakes/FakeUpdateAgent.h"
 #include "fakes/ScopedServices.h"
 
 namespace fakes {
@@ -33,6 +34,7 @@ public:
     FakePower power;
     FakeNetwork network;
     FakeHashing hashing;
+    FakeUpdateAgent updateAgent;
 
 private:
     static platform::Services servicesOf(FakePlatform& p);

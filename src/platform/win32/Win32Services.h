@@ -60,6 +60,11 @@ public:
     UINT MsiGetProductInfoW(LPCWSTR product, LPCWSTR property, LPWSTR buffer, LPDWORD size) override;
 };
 
+class Win32UpdateAgent final : public UpdateAgent {
+public:
+    Answer QueryInstallerBusy() override;
+};
+
 class Win32Network final : public Network {
 public:
     DWORD WNetAddConnection2W(LPNETRESOURCEW resource, LPCWSTR password, LPCWSTR user, DWORD flags) override;
