@@ -31,3 +31,94 @@ if [ -f "$build/bin/bench_telemetry.exe" ]; then
   echo "== Telemetry: end-of-run step against files of growing size"
   "$build/wine-run" "$build/bin/bench_telemetry.exe" | tr -d '\r'
 fi
+
+# --- 1 GiB payload: the tool's fetch and verification beside Linux tools ---
+# A DOWNLOAD run of the tool from \\fileserver\share against cp + sha256sum of
+# the same file, the tool's SHA-256 routine against sha256sum, and the tool's
+# peak memory during the run. BENCH_BIG=0 skips it; BENCH_BIG_RUNS=n sets the
+# rounds (default 3). Each round runs the tool and the Linux tools one right
+# after the other, so that the other work on a shared machine weighs on both
+# alike; the ratio printed is the median of the rounds' ratios. The 1 GiB
+# files go afterwards.
+if [ "${BENCH_BIG:-1}" != 0 ] && [ -f "$build/bin/bench_fetch.exe" ] && [ -f "$build/bin/bench_checksum.exe" ]; then
+  big_runs=${BENCH_BIG_RUNS:-3}
+  big_dir="$build/lab/share/zt-bench"
+  big_scratch="$build/bench-scratch"
+  rm -rf "$big_dir" "$big_scratch"
+  mkdir -p "$big_dir" "$big_scratch"
+  trap 'rm -rf "$big_dir" "$big_scratch"' EXIT
+  payload="$big_dir/payload.bin"
+  head -c 1073741824 /dev/urandom > "$payload"
+  big_size=$(stat -c %s "$payload")
+  big_sum=$(sha256sum "$payload" | cut -d' ' -f1)
+
+  now_ms() { echo $(( $(date +%s%N) / 1000000 )); }
+  # "min median" of the numbers on standard input
+  min_median() { sort -g | awk '{ v[NR] = $1 } END { m = NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2; print v[1], m }'; }
+  field() { tr ' ' '\n' | sed -n "s/^$1=//p"; }
+  ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+
+  echo
+  echo "== 1 GiB payload: the tool beside Linux tools ($big_runs rounds)"
+  fetch_ms=() copy_ms=() fetch_ratio=() peak_kib=0
+  check_ms=() sum_ms=() check_ratio=() check_cpu=() sum_cpu=() cpu_ratio=()
+  for round in $(seq "$big_runs"); do
+    sync
+    t0=$(now_ms)
+    cp "$payload" "$big_scratch/copy.bin"
+    sha256sum "$big_scratch/copy.bin" > /dev/null
+    copy_ms+=($(( $(now_ms) - t0 )))
+    rm -f "$big_scratch/copy.bin"
+    sync
+    fetch_out=$("$build/wine-run" "$build/bin/bench_fetch.exe" '\\fileserver\share\zt-bench\payload.bin' \
+      "$big_size" "$big_sum" 1 | tr -d '\r')
+    line=$(grep '^fetch_ms_min=' <<<"$fetch_out")
+    fetch_ms+=($(field fetch_ms_min <<<"$line"))
+    kib=$(field peak_ws_kib <<<"$line")
+    [ "$kib" -gt "$peak_kib" ] && peak_kib=$kib
+    fetch_ratio+=($(ratio "${fetch_ms[-1]}" "${copy_ms[-1]}"))
+
+    t0=$(now_ms)
+    cpu=$( { TIMEFORMAT='%3U %3S'; time sha256sum "$payload" > /dev/null; } 2>&1 )
+    sum_ms+=($(( $(now_ms) - t0 )))
+    sum_cpu+=($(awk -v u="${cpu% *}" -v s="${cpu#* }" 'BEGIN { printf "%d", (u + s) * 1000 }'))
+    checksum_out=$("$build/wine-run" "$build/bin/bench_checksum.exe" "Z:${payload//\//\\}" 1 | tr -d '\r')
+    if ! grep -q "^sha256 $big_sum\$" <<<"$checksum_out"; then
+      echo "bench: the tool's digest differs from sha256sum's ($big_sum)" >&2
+      exit 1
+    fi
+    line=$(grep '^checksum_ms_min=' <<<"$checksum_out")
+    check_ms+=($(field checksum_ms_min <<<"$line"))
+    check_cpu+=($(field checksum_cpu_ms_min <<<"$line"))
+    check_ratio+=($(ratio "${check_ms[-1]}" "${sum_ms[-1]}"))
+    cpu_ratio+=($(ratio "${check_cpu[-1]}" "${sum_cpu[-1]}"))
+    echo "  round $round: tool fetch ${fetch_ms[-1]} ms, cp + sha256sum ${copy_ms[-1]} ms;" \
+      "tool checksum ${check_ms[-1]} ms, sha256sum ${sum_ms[-1]} ms"
+  done
+  echo "  last round, the tool's side in detail:"
+  grep -v -e '^checksum_ms_min=' -e '^sha256 ' <<<"$checksum_out" | sed 's/^/    /'
+  grep -v -e '^fetch_ms_min=' -e '^  run ' <<<"$fetch_out" | sed 's/^/    /'
+
+  read -r a_min a_med < <(printf '%s\n' "${fetch_ms[@]}" | min_median)
+  read -r b_min b_med < <(printf '%s\n' "${copy_ms[@]}" | min_median)
+  read -r _ fetch_r < <(printf '%s\n' "${fetch_ratio[@]}" | min_median)
+  read -r c_min c_med < <(printf '%s\n' "${check_ms[@]}" | min_median)
+  read -r d_min d_med < <(printf '%s\n' "${sum_ms[@]}" | min_median)
+  read -r _ check_r < <(printf '%s\n' "${check_ratio[@]}" | min_median)
+  read -r e_min e_med < <(printf '%s\n' "${check_cpu[@]}" | min_median)
+  read -r f_min f_med < <(printf '%s\n' "${sum_cpu[@]}" | min_median)
+  read -r _ cpu_r < <(printf '%s\n' "${cpu_ratio[@]}" | min_median)
+
+  echo
+  printf '%-46s %8s %8s   %s\n' "" "min ms" "med ms" "tool / Linux (median of rounds)"
+  printf '%-46s %8d %8d\n' "tool: DOWNLOAD run (copy, size, SHA-256)" "$a_min" "$a_med"
+  printf '%-46s %8d %8d   %s  (target <= 1.30)\n' "Linux: cp + sha256sum" "$b_min" "$b_med" "$fetch_r"
+  printf '%-46s %8d %8d\n' "tool: Util_ComputeCheckSum, 4096-byte reads" "$c_min" "$c_med"
+  printf '%-46s %8d %8d   %s  (target <= 1.20)\n' "Linux: sha256sum" "$d_min" "$d_med" "$check_r"
+  printf '%-46s %8d %8d\n' "tool: Util_ComputeCheckSum, processor time" "$e_min" "$e_med"
+  printf '%-46s %8d %8d   %s\n' "Linux: sha256sum, processor time" "$f_min" "$f_med" "$cpu_r"
+  printf '%-46s %8.1f MiB  (target < 32 MiB)\n' "tool: peak working set during a run" \
+    "$(awk -v k="$peak_kib" 'BEGIN { print k / 1024 }')"
+  rm -rf "$big_dir" "$big_scratch"
+  trap - EXIT
+fi
