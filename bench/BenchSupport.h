@@ -87,6 +87,11 @@ public:
     explicit InstallLogsDirOverride(const std::wstring& folder)
     {
         HKEY key = nullptr;
+        if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kParent, 0, KEY_READ, &key) == ERROR_SUCCESS) {
+            m_parentExisted = true;
+            ::RegCloseKey(key);
+            key = nullptr;
+        }
         if (::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr, &key,
                               &m_disposition) != ERROR_SUCCESS) {
             std::fprintf(stderr, "cannot open HKLM\\%ls\n", kKey);
@@ -119,14 +124,19 @@ public:
         // A key this run made goes again, so the lab is left as found.
         if (m_disposition == REG_CREATED_NEW_KEY)
             ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, kKey);
+        // So does the brand key made on the way; it can't go while it has subkeys.
+        if (!m_parentExisted)
+            ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, kParent);
     }
     InstallLogsDirOverride(const InstallLogsDirOverride&) = delete;
     InstallLogsDirOverride& operator=(const InstallLogsDirOverride&) = delete;
 
 private:
+    static constexpr const wchar_t* kParent = L"Software\\Tarvelle";
     static constexpr const wchar_t* kKey = L"Software\\Tarvelle\\Zenthra";
     static constexpr const wchar_t* kName = L"InstallLogsDir";
     DWORD m_disposition = 0;
+    bool m_parentExisted = false;
     std::optional<std::pair<DWORD, std::vector<BYTE>>> m_saved;
 };
 
