@@ -2,7 +2,6 @@
 #include "app/App.h"
 #include "diagnostics/ToolLog.h"
 #include "fetch/ErrorInfo.h"
-#include "platform/FileHandle.h"
 #include "platform/Services.h"
 #include "registry/Registry.h"
 #include "update/UpdateRecord.h"
