@@ -57,24 +57,9 @@ size_t CountOf(const std::string& text, const std::string& needle)
     return count;
 }
 
-class CommandLine : public JobTest {
+class CommandLine : public NoRestartJobTest {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
-
-    void SetUp() override
-    {
-        JobTest::SetUp();
-        // Nothing here may end in a restart; no retries.
-        SetRetrySettings(L"200", L"0");
-    }
-
-    void NextCase()
-    {
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200", L"0");
-        RemoveTree(Workspace());
-    }
 
     // A job of no known kind at the install step: it ends -4, DONE, OK.
     std::vector<std::pair<std::wstring, std::wstring>> WriteNoAgentJob(const std::wstring& payload)
@@ -90,7 +75,8 @@ protected:
 
     // A desktop agent job at the install step; "VERSION" and "FILENAME" only
     // when given.
-    void WriteToviJob(const std::wstring& version, const std::wstring& fileName)
+    std::vector<std::pair<std::wstring, std::wstring>> WriteToviJob(const std::wstring& version,
+                                                                    const std::wstring& fileName)
     {
         std::vector<std::pair<std::wstring, std::wstring>> values = {
             {L"AGENT", L"TOVI"},     {L"ARCH", L"64-BitAgent"}, {L"UNC_PATH", kShare},
@@ -100,38 +86,32 @@ protected:
         if (!fileName.empty())
             values.emplace_back(L"FILENAME", fileName);
         WriteJob(key_, values);
+        return values;
     }
 
     // The installed version as the product's own registry value gives it.
     void SetInstalledVersion(const std::wstring& version) { WriteString(kNewRoot, L"ProductVersion", version); }
+
+    struct ToviJob {
+        std::wstring installer;
+        std::vector<std::pair<std::wstring, std::wstring>> written;
+    };
+
+    // Installed 8.2.0, offered 8.1.0: a desktop agent job whose installer
+    // (the stand-in, exiting 0) is older than the product and runs only
+    // when forced.
+    ToviJob WriteOlderInstallerJob()
+    {
+        SetInstalledVersion(L"8.2.0");
+        const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
+        return {installer, WriteToviJob(L"8.1.0", installer)};
+    }
 
     // An override file in the workspace, where the tool looks for it.
     void PutOverrideFile(const std::wstring& name, const std::string& bytes)
     {
         MakeDirectories(Workspace());
         WriteFileBytes(JoinPath(Workspace(), name), bytes);
-    }
-
-    JobRun RunWith(const std::vector<std::wstring>& args)
-    {
-        JobRun job;
-        RunOptions options = Options();
-        options.args = args;
-        job.startedAt = _time64(nullptr);
-        job.run = Run(options);
-        job.endedAt = _time64(nullptr);
-        job.log = ReadNewestLog(logsDir_);
-        job.console = MessagesOf(OutputLines(job.run.out));
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_TRUE(NoRebootMarker());
-        return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
     }
 
     // The line the tool logs first, with the command line as Windows hands it over.
@@ -168,14 +148,6 @@ protected:
         EXPECT_FALSE(PathExists(TelemetryPath()));
     }
 
-    void ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected)
-    {
-        std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
-        ASSERT_TRUE(entries.has_value());
-        ASSERT_EQ(entries->size(), 1u);
-        EXPECT_TRUE(IsEntry((*entries)[0], expected, job.startedAt, job.endedAt));
-    }
-
     // The override file's only effect on a job of no known kind: its lines.
     // The run itself goes on to its good end.
     void ExpectNoAgentRunDone(const JobRun& job, const std::wstring& payload)
@@ -197,7 +169,7 @@ TEST_F(CommandLine, HelpPrintsTheUsageRunsTheClosingStepsAndLeavesTheJobAlone)
         NextCase();
         const std::wstring payload = MakePayload(L"agent.msi");
         auto written = WriteNoAgentJob(payload);
-        JobRun job = RunWith({help});
+        JobRun job = RunCompleted({help});
 
         // Behind the line that announces it, the usage text and nothing else.
         const std::string announce = "App::ParseCmdline: invoking help\r\n";
@@ -221,7 +193,7 @@ TEST_F(CommandLine, HelpStopsTheParsingButTheSwitchesBeforeItAreTaken)
     const std::wstring payload = MakePayload(L"agent.msi");
     auto written = WriteNoAgentJob(payload);
     const std::vector<std::wstring> args = {L"-force", L"-help", L"-bogus", L"-test"};
-    JobRun job = RunWith(args);
+    JobRun job = RunCompleted(args);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {CommandLineLine(args), "App::ParseCmdline: force launch enabled",
                                                 "App::ParseCmdline: invoking help"}));
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "App::ParseCmdline: unknown argument"));
@@ -235,10 +207,8 @@ TEST_F(CommandLine, HelpStopsTheParsingButTheSwitchesBeforeItAreTaken)
 // Installed 8.2.0, offered 8.1.0: without force nothing is installed.
 TEST_F(CommandLine, WithoutForceAnOlderInstallerIsNotRun)
 {
-    SetInstalledVersion(L"8.2.0");
-    const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
-    WriteToviJob(L"8.1.0", installer);
-    JobRun job = RunWith({});
+    const std::wstring installer = WriteOlderInstallerJob().installer;
+    JobRun job = RunCompleted({});
     EXPECT_EQ(-4, job.run.exitCode);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "ToviAgent::GetVersion: installedVersion: 8.2.0",
@@ -258,10 +228,8 @@ TEST_F(CommandLine, WithoutForceAnOlderInstallerIsNotRun)
 // The same job with "/FORCE": the older installer is run.
 TEST_F(CommandLine, UpperCaseSlashForceRunsAnOlderInstaller)
 {
-    SetInstalledVersion(L"8.2.0");
-    const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
-    WriteToviJob(L"8.1.0", installer);
-    JobRun job = RunWith({L"/FORCE"});
+    const std::wstring installer = WriteOlderInstallerJob().installer;
+    JobRun job = RunCompleted({L"/FORCE"});
     const std::string launched = Narrow(Quoted(installer)) + " /s /v /qn TQM_SKIP_ADD_LDAP_MACHINE_ENTRY=1";
 
     // The desktop agent's run ends -1 whatever its installer did.
@@ -297,11 +265,9 @@ TEST_F(CommandLine, UpperCaseSlashForceRunsAnOlderInstaller)
 
 TEST_F(CommandLine, MixedCaseForceAndTestLogTheLaunchAndRunNothing)
 {
-    SetInstalledVersion(L"8.2.0");
-    const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
-    WriteToviJob(L"8.1.0", installer);
+    const std::wstring installer = WriteOlderInstallerJob().installer;
     const std::vector<std::wstring> args = {L"-Force", L"/TEST"};
-    JobRun job = RunWith(args);
+    JobRun job = RunCompleted(args);
     EXPECT_EQ(-1, job.run.exitCode);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         CommandLineLine(args),
@@ -322,10 +288,8 @@ TEST_F(CommandLine, ForcefullyIsAnUnknownArgumentAndEndsTheRunBeforeTheJob)
     for (const wchar_t* arg : {L"-forcefully", L"/Forcefully", L"-forc", L"-", L"/"}) {
         SCOPED_TRACE(Narrow(arg));
         NextCase();
-        SetInstalledVersion(L"8.2.0");
-        const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
-        WriteToviJob(L"8.1.0", installer);
-        JobRun job = RunWith({arg});
+        const auto [installer, written] = WriteOlderInstallerJob();
+        JobRun job = RunCompleted({arg});
         EXPECT_TRUE(HasLinesInOrder(Messages(job), {
             CommandLineLine({arg}),
             "App::ParseCmdline: unknown argument 1: [" + Narrow(arg) + "]",
@@ -335,24 +299,15 @@ TEST_F(CommandLine, ForcefullyIsAnUnknownArgumentAndEndsTheRunBeforeTheJob)
         EXPECT_FALSE(StandInCommandLine(installer).has_value());
         EXPECT_TRUE(PathExists(installer));
         EXPECT_EQ(job.run.out.find("[-help] [-force]"), std::string::npos);
-        ExpectStoppedBeforeTheJob(job, {{L"AGENT", L"TOVI"},
-                                        {L"ARCH", L"64-BitAgent"},
-                                        {L"UNC_PATH", kShare},
-                                        {L"STATE", L"UPDATING"},
-                                        {L"RESULT", L"PROGRESS"},
-                                        {L"RETRY", L"0"},
-                                        {L"VERSION", L"8.1.0"},
-                                        {L"FILENAME", installer}});
+        ExpectStoppedBeforeTheJob(job, written);
     }
 }
 
 TEST_F(CommandLine, TestThenBadThenForceStopsAtTheBadToken)
 {
-    SetInstalledVersion(L"8.2.0");
-    const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
-    WriteToviJob(L"8.1.0", installer);
+    const auto [installer, written] = WriteOlderInstallerJob();
     const std::vector<std::wstring> args = {L"-test", L"-bad", L"-force"};
-    JobRun job = RunWith(args);
+    JobRun job = RunCompleted(args);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         CommandLineLine(args),
         "App::ParseCmdline: test mode enabled",
@@ -360,14 +315,7 @@ TEST_F(CommandLine, TestThenBadThenForceStopsAtTheBadToken)
     }));
     EXPECT_TRUE(LacksLine(Messages(job), "App::ParseCmdline: force launch enabled"));
     EXPECT_FALSE(StandInCommandLine(installer).has_value());
-    ExpectStoppedBeforeTheJob(job, {{L"AGENT", L"TOVI"},
-                                    {L"ARCH", L"64-BitAgent"},
-                                    {L"UNC_PATH", kShare},
-                                    {L"STATE", L"UPDATING"},
-                                    {L"RESULT", L"PROGRESS"},
-                                    {L"RETRY", L"0"},
-                                    {L"VERSION", L"8.1.0"},
-                                    {L"FILENAME", installer}});
+    ExpectStoppedBeforeTheJob(job, written);
 }
 
 TEST_F(CommandLine, EmptyQuotedArgumentEndsTheArgumentsUnread)
@@ -376,7 +324,7 @@ TEST_F(CommandLine, EmptyQuotedArgumentEndsTheArgumentsUnread)
     // is never seen and the run goes on.
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({L"", L"-bogus"});
+    JobRun job = RunCompleted({L"", L"-bogus"});
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "App::ParseCmdline: unknown argument"));
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "App::ParseCmdline: version override filename"));
     ExpectNoAgentRunDone(job, payload);
@@ -390,7 +338,7 @@ TEST_F(CommandLine, OverrideFileWithCrLfLineEndsGivesTrimmedValues)
                     "Tovi.version=8.1.0\r\nTovi.filename=Kesmarc-Zenthra-Agent-x86_64-8.1.0-1.exe\r\n");
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({L"override.txt"});
+    JobRun job = RunCompleted({L"override.txt"});
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         CommandLineLine({L"override.txt"}),
         "App::ParseCmdline: version override filename: [override.txt]",
@@ -406,7 +354,7 @@ TEST_F(CommandLine, KeyWithABlankBeforeTheEqualsSignIsNotTheVersion)
     PutOverrideFile(L"override.txt", "Tovi.version = 8.1.0\r\nTovi.filename=\t setup-8.1.0.exe \t\r\n");
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({L"override.txt"});
+    JobRun job = RunCompleted({L"override.txt"});
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "App::ParseOverrideFile: version for"));
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "App::ParseOverrideFile: version override file is empty"));
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {"App::ParseOverrideFile: filename for Tovi: [setup-8.1.0.exe]"}));
@@ -422,7 +370,7 @@ TEST_F(CommandLine, Utf16OverrideFilesAreReadWithAndWithoutMark)
         PutOverrideFile(L"override.txt", Utf16Le(text, withMark));
         const std::wstring payload = MakePayload(L"agent.msi");
         WriteNoAgentJob(payload);
-        JobRun job = RunWith({L"override.txt"});
+        JobRun job = RunCompleted({L"override.txt"});
         EXPECT_TRUE(HasLinesInOrder(Messages(job), {
             "App::ParseOverrideFile: version for Tovi: [" + Narrow(L"8.1.0-\u00e9") + "]",
             "App::ParseOverrideFile: filename for Tovi: [" + Narrow(L"Zenthra \u20ac.exe") + "]",
@@ -437,7 +385,7 @@ TEST_F(CommandLine, Utf8OverrideFileWithMultiByteCharactersIsRead)
                     Narrow(L"Tovi.version=8.1.0-\u00df\u00e4\nTovi.filename=Agent-\u20ac-\u00fc.exe\n"));
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({L"override.txt"});
+    JobRun job = RunCompleted({L"override.txt"});
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "App::ParseOverrideFile: version for Tovi: [" + Narrow(L"8.1.0-\u00df\u00e4") + "]",
         "App::ParseOverrideFile: filename for Tovi: [" + Narrow(L"Agent-\u20ac-\u00fc.exe") + "]",
@@ -452,7 +400,7 @@ TEST_F(CommandLine, Utf8FileWithAMarkIsRead)
     PutOverrideFile(L"override.txt", "\xEF\xBB\xBFTovi.version=8.1.0\nTovi.filename=setup.exe\n");
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({L"override.txt"});
+    JobRun job = RunCompleted({L"override.txt"});
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "App::ParseOverrideFile: version for Tovi: [8.1.0]",
         "App::ParseOverrideFile: filename for Tovi: [setup.exe]",
@@ -465,7 +413,7 @@ TEST_F(CommandLine, QuotedFileNameWithBlanksIsOneFile)
     PutOverrideFile(L"my override.txt", "Tovi.version=8.1.0\n");
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({L"my override.txt"});
+    JobRun job = RunCompleted({L"my override.txt"});
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         CommandLineLine({L"my override.txt"}),
         "App::ParseCmdline: version override filename: [my override.txt]",
@@ -483,7 +431,7 @@ TEST_F(CommandLine, FileIsLookedForUnderTheWorkspaceEvenWhenGivenAsAFullPath)
     WriteFileBytes(elsewhere, "Tovi.version=8.1.0\n");
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
-    JobRun job = RunWith({elsewhere});
+    JobRun job = RunCompleted({elsewhere});
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "App::ParseCmdline: version override filename: [" + Narrow(elsewhere) + "]",
         "App::ParseOverrideFile: unable to read from: [" + Narrow(elsewhere) + "]",
@@ -499,7 +447,7 @@ TEST_F(CommandLine, MissingAndEmptyFilesAreLoggedAndTheRunGoesOn)
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteNoAgentJob(payload);
     const std::vector<std::wstring> args = {L"missing.txt", L"empty.txt", L"blank-lines.txt", L"-test"};
-    JobRun job = RunWith(args);
+    JobRun job = RunCompleted(args);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "App::ParseCmdline: version override filename: [missing.txt]",
         "App::ParseOverrideFile: unable to read from: [missing.txt]",
@@ -521,7 +469,7 @@ TEST_F(CommandLine, EachFileIsReadAsItComesAndTheJobStillBuildsTheAgent)
     const std::wstring installer = JoinPath(Workspace(), L"setup-0.exe");
     WriteToviJob(L"8.3.0", installer);
     const std::vector<std::wstring> args = {L"first.txt", L"-test", L"second.txt"};
-    JobRun job = RunWith(args);
+    JobRun job = RunCompleted(args);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "App::ParseOverrideFile: version for Tovi: [7.0.0]",
         "App::ParseOverrideFile: filename for Tovi: [first.exe]",
@@ -544,7 +492,7 @@ TEST_F(CommandLine, EmptyJobValuesWipeWhatTheOverrideFileGave)
     PutOverrideFile(L"override.txt", "Tovi.version=9.0.0\nTovi.filename=setup-0.exe\n");
     const std::wstring installer = PlaceStandIn(Workspace(), L"setup-0.exe");
     WriteToviJob(L"", L"");
-    JobRun job = RunWith({L"override.txt", L"-test"});
+    JobRun job = RunCompleted({L"override.txt", L"-test"});
     EXPECT_EQ(-4, job.run.exitCode);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "App::ParseOverrideFile: version for Tovi: [9.0.0]",

@@ -1,69 +1,15 @@
 // One job from start to end, as the management side drives it: DOWNLOAD
 // fetches a real Windows Installer package from the lab's share, the
 // management side then sets UPDATING, and the next run installs it.
-#include <windows.h>
-// after windows.h, which it needs
-#include <wincrypt.h>
-
-#include <cstdio>
-
 #include "MsiLab.h"
 #include "ShareLab.h"
 
 namespace it {
 namespace {
 
-// SHA-256 of the bytes, in lower-case hexadecimal, through the base
-// provider rather than the CNG calls the tool uses.
-std::wstring Sha256Hex(const std::string& bytes)
-{
-    HCRYPTPROV provider = 0;
-    if (!::CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT))
-        throw std::runtime_error("CryptAcquireContextW failed (error " + std::to_string(::GetLastError()) + ")");
-    HCRYPTHASH hash = 0;
-    BYTE digest[32] = {};
-    DWORD size = sizeof digest;
-    bool ok = ::CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
-              ::CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()),
-                              0) &&
-              ::CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0) && size == sizeof digest;
-    if (hash)
-        ::CryptDestroyHash(hash);
-    ::CryptReleaseContext(provider, 0);
-    if (!ok)
-        throw std::runtime_error("SHA-256 of the package failed");
-    std::wstring hex;
-    for (BYTE b : digest) {
-        wchar_t pair[3];
-        std::swprintf(pair, 3, L"%02x", b);
-        hex += pair;
-    }
-    return hex;
-}
-
-class FullJob : public ShareTest {
+class FullJob : public WithoutLabProducts<NoRestart<ShareTest>> {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
-
-    void SetUp() override
-    {
-        ShareTest::SetUp();
-        RemoveLabProducts();
-        // A failed install with retries left would restart the prefix.
-        SetRetrySettings(L"200", L"0");
-    }
-
-    void TearDown() override
-    {
-        RemoveLabProducts();
-        ShareTest::TearDown();
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
-    }
 };
 
 TEST_F(FullJob, DownloadThenUpdatingInstallsThePackageFromTheShareAndEndsDoneOk)

@@ -1,9 +1,12 @@
 #include "Harness.h"
 
 #include <shlwapi.h>
+// after windows.h, which it needs
+#include <wincrypt.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
 #include <cwctype>
 #include <mutex>
 #include <regex>
@@ -391,6 +394,32 @@ std::string FileVersionOf(const std::wstring& path)
     std::snprintf(text, sizeof text, "%u.%u.%u.%u", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
                   HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
     return text;
+}
+
+std::wstring Sha256Hex(const std::string& bytes)
+{
+    HCRYPTPROV provider = 0;
+    if (!::CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT))
+        fail("CryptAcquireContextW", ::GetLastError());
+    HCRYPTHASH hash = 0;
+    BYTE digest[32] = {};
+    DWORD size = sizeof digest;
+    bool ok = ::CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
+              ::CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()),
+                              0) &&
+              ::CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0) && size == sizeof digest;
+    if (hash)
+        ::CryptDestroyHash(hash);
+    ::CryptReleaseContext(provider, 0);
+    if (!ok)
+        throw std::runtime_error("SHA-256 of " + std::to_string(bytes.size()) + " bytes failed");
+    std::wstring hex;
+    for (BYTE b : digest) {
+        wchar_t pair[3];
+        std::swprintf(pair, 3, L"%02x", b);
+        hex += pair;
+    }
+    return hex;
 }
 
 // --- Run result codes ----------------------------------------------------------

@@ -83,6 +83,10 @@ void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 // independently of the tool; empty when there is none.
 std::string FileVersionOf(const std::wstring& path);
 
+// SHA-256 of the bytes in lower-case hexadecimal, computed apart from the
+// tool (through the base provider, not CNG).
+std::wstring Sha256Hex(const std::string& bytes);
+
 // --- Run result codes ---------------------------------------------------------
 
 // The name the tool prints for a run result, "Update ERR_<n>" outside its table.

@@ -109,7 +109,15 @@ void JobTest::SetUp()
 {
     ToolTest::SetUp();
     // Every run that reaches a retry waits this long; keep it short.
-    SetRetrySettings(L"200");
+    SetRetrySettings(L"200", maxRetry_);
+}
+
+void JobTest::NextCase()
+{
+    DeleteProductKeys();
+    logsDir_ = UseFreshLogsDir();
+    SetRetrySettings(L"200", maxRetry_);
+    RemoveTree(Workspace());
 }
 
 void JobTest::WriteJob(const std::wstring& key, const std::vector<std::pair<std::wstring, std::wstring>>& values)
@@ -132,9 +140,14 @@ void JobTest::SetRetrySettings(const std::wstring& waitMs, const std::optional<s
 
 JobRun JobTest::RunJob(DWORD timeoutMs)
 {
-    JobRun job;
     RunOptions options = Options();
     options.timeoutMs = timeoutMs;
+    return RunJob(options);
+}
+
+JobRun JobTest::RunJob(RunOptions options)
+{
+    JobRun job;
     job.startedAt = _time64(nullptr);
     ULONGLONG start = ::GetTickCount64();
     job.run = Run(options);
@@ -143,6 +156,44 @@ JobRun JobTest::RunJob(DWORD timeoutMs)
     job.log = ReadNewestLog(logsDir_);
     job.console = MessagesOf(OutputLines(job.run.out));
     return job;
+}
+
+JobRun JobTest::RunCompleted(const std::vector<std::wstring>& args, DWORD timeoutMs)
+{
+    RunOptions options = Options();
+    options.args = args;
+    options.timeoutMs = timeoutMs;
+    JobRun job = RunJob(options);
+    ExpectCompleted(job);
+    return job;
+}
+
+JobRun JobTest::RunExpecting(int32_t exitCode, const std::vector<std::wstring>& args, DWORD timeoutMs)
+{
+    JobRun job = RunCompleted(args, timeoutMs);
+    EXPECT_EQ(exitCode, job.run.exitCode) << RunResultName(job.run.exitCode);
+    return job;
+}
+
+void JobTest::ExpectCompleted(const JobRun& job)
+{
+    EXPECT_TRUE(job.log.has_value()) << job.run.out;
+    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
+    EXPECT_TRUE(NoRebootMarker());
+}
+
+const std::vector<std::string>& JobTest::Messages(const JobRun& job)
+{
+    static const std::vector<std::string> none;
+    return job.log ? job.log->messages : none;
+}
+
+void JobTest::ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected)
+{
+    std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
+    ASSERT_TRUE(entries.has_value());
+    ASSERT_EQ(1u, entries->size());
+    EXPECT_TRUE(IsEntry((*entries)[0], expected, job.startedAt, job.endedAt));
 }
 
 std::wstring JobTest::TelemetryPath() const

@@ -66,12 +66,30 @@ class JobTest : public ToolTest {
 protected:
     void SetUp() override;
 
+    // A fresh start within one test: no product keys, a new log folder, the
+    // retry settings of SetUp again and an empty workspace.
+    void NextCase();
+
     // A job key with REG_SZ values.
     void WriteJob(const std::wstring& key, const std::vector<std::pair<std::wstring, std::wstring>>& values);
     // "RetryWaitPeriod" and, when given, "MAXDOWNLOADANDUPGRADERETRY", both as REG_SZ.
     void SetRetrySettings(const std::wstring& waitMs, const std::optional<std::wstring>& maxRetry = std::nullopt);
 
     JobRun RunJob(DWORD timeoutMs = 60000);
+    // A run with these options, e.g. Options() with arguments added.
+    JobRun RunJob(RunOptions options);
+    // A run that must go through its closing steps (see ExpectCompleted).
+    JobRun RunCompleted(const std::vector<std::wstring>& args = {}, DWORD timeoutMs = 60000);
+    // The same, ending with `exitCode`.
+    JobRun RunExpecting(int32_t exitCode, const std::vector<std::wstring>& args = {}, DWORD timeoutMs = 60000);
+    // The run left a log, went through its closing steps and left no reboot
+    // marker.
+    static void ExpectCompleted(const JobRun& job);
+
+    // The log's messages; none when the run left no log.
+    static const std::vector<std::string>& Messages(const JobRun& job);
+    // The run's one telemetry entry.
+    void ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected);
 
     std::wstring TelemetryPath() const;
     std::optional<JsonValue> ReadTelemetry() const;
@@ -81,7 +99,22 @@ protected:
     std::wstring Workspace() const;
     // A file in the workspace, as a payload a fetch would have left.
     std::wstring MakePayload(const std::wstring& name);
+
+    // The "MAXDOWNLOADANDUPGRADERETRY" that SetUp and NextCase write; none
+    // leaves the tool's default. A fixture sets it in its constructor.
+    std::optional<std::wstring> maxRetry_;
 };
+
+// A job fixture whose runs can't restart the machine, which would end the
+// prefix with this harness in it: every case starts with no retries
+// ("MAXDOWNLOADANDUPGRADERETRY" 0), unless a test sets others.
+template <class Fixture>
+class NoRestart : public Fixture {
+protected:
+    NoRestart() { this->maxRetry_ = L"0"; }
+};
+
+using NoRestartJobTest = NoRestart<JobTest>;
 
 // The run's log messages (from the log file) contain each line, in this order.
 ::testing::AssertionResult HasLinesInOrder(const std::vector<std::string>& messages,

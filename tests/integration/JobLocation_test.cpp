@@ -193,9 +193,7 @@ TEST_F(JobLocation, OfTwoJobsUnderOneRootOnlyTheFirstInEnumerationOrderIsHandled
 {
     for (const wchar_t* root : {kNewRoot, kLegacyRoot}) {
         SCOPED_TRACE(Narrow(root));
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200");
+        NextCase();
         // Created second, but first in the registry's order.
         const std::wstring secondKey = JobKey(root, L"zz-job");
         const std::wstring firstKey = JobKey(root, L"aa-job");
@@ -291,9 +289,7 @@ TEST_F(JobLocation, KeyWhoseOnlyValueIsTheDefaultOneOrTooLargeCountsAsEmpty)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.label);
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200");
+        NextCase();
         const std::wstring key = JobKey(kNewRoot, L"job");
         WriteJob(key, {});
         c.fill(key);

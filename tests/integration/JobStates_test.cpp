@@ -18,13 +18,6 @@ class JobStates : public JobTest {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
 
-    void NextCase()
-    {
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200");
-    }
-
     void WriteStateJob(const std::wstring& state, const std::wstring& result, const std::wstring& retry,
                        const std::wstring& fileName = L"", const std::wstring& arch = L"64-BitAgent")
     {
@@ -40,29 +33,6 @@ protected:
         WriteJob(key_, values);
     }
 
-    JobRun RunExpecting(int32_t exitCode)
-    {
-        JobRun job = RunJob();
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(job.run.exitCode, exitCode);
-        EXPECT_TRUE(NoRebootMarker());
-        return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
-    }
-
-    void ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected)
-    {
-        std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
-        ASSERT_TRUE(entries.has_value());
-        ASSERT_EQ(entries->size(), 1u);
-        EXPECT_TRUE(IsEntry((*entries)[0], expected, job.startedAt, job.endedAt));
-    }
 };
 
 bool IsHost64Bit()

@@ -13,30 +13,6 @@ const std::wstring kShare = L"\\\\fileserver\\deploy\\agent-2.5.0.7.msi";
 class JobValues : public JobTest {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
-
-    void NextCase()
-    {
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200");
-    }
-
-    // Runs and checks that the run went through its closing steps with -1.
-    JobRun RunToMinusOne()
-    {
-        JobRun job = RunJob();
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(job.run.exitCode, -1);
-        EXPECT_TRUE(NoRebootMarker());
-        return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
-    }
 };
 
 TEST_F(JobValues, MissingAgentFailsTheReadAndOnlyWhatWasReadBeforeTheCheckIsWrittenBack)
@@ -44,7 +20,7 @@ TEST_F(JobValues, MissingAgentFailsTheReadAndOnlyWhatWasReadBeforeTheCheckIsWrit
     WriteJob(key_, {{L"UNC_PATH", kShare}, {L"URL", L"https://dl.example/agent.msi"}, {L"STATE", L"WAIT"},
                     {L"RESULT", L"OK"}, {L"FILENAME", L"C:\\dl\\agent.msi"}, {L"RETRY", L"4"},
                     {L"VERSION", L"2.5.0.7"}});
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "UtilGetRegistry: URL length: 28 [https://dl.example/agent.msi]",
         "UtilGetRegistry: required parameter empty, sAgent: , sUNC: " + Narrow(kShare) +
@@ -66,7 +42,7 @@ TEST_F(JobValues, MissingAgentFailsTheReadAndOnlyWhatWasReadBeforeTheCheckIsWrit
 TEST_F(JobValues, NeitherShareNorUrlFailsTheRead)
 {
     WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"STATE", L"READY"}, {L"RESULT", L"OK"}, {L"RETRY", L"2"}});
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "UtilGetRegistry: required parameter empty, sAgent: OTHER, sUNC: , sURLs: ",
         "Util_GetUpdateState: Update key: job Registry failure",
@@ -81,7 +57,7 @@ TEST_F(JobValues, MissingAgentUnderDownloadTakesTheRetryPathWithTheUnreadResult)
     // isn't read either, so the count starts from 0.
     SetRetrySettings(L"200", L"2");
     WriteJob(key_, {{L"UNC_PATH", kShare}, {L"STATE", L"DOWNLOAD"}, {L"RESULT", L"OK"}, {L"RETRY", L"5"}});
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "Util_GetUpdateState: Update key: job Registry failure",
         "UtilTryAgain: updating retry: 1, max attempt allowed: 2",
@@ -99,7 +75,7 @@ TEST_F(JobValues, ValueNamesAndStateTextsMatchWhateverTheirCase)
         NextCase();
         WriteJob(key_, {{L"agent", L"OTHER"}, {L"unc_path", kShare}, {L"state", text}, {L"Result", L"FAILURE"},
                         {L"retry", L"1"}});
-        JobRun job = RunToMinusOne();
+        JobRun job = RunExpecting(-1);
         EXPECT_TRUE(HasWrittenValues(key_, {"READY", "FAILURE", "", "", "", "1"}));
         EXPECT_TRUE(LacksLineStartingWith(Messages(job), "UtilStateId: invalid state"));
         EXPECT_TRUE(LacksLineStartingWith(Messages(job), "UtilGetRegistry: required parameter empty"));
@@ -110,7 +86,7 @@ TEST_F(JobValues, StateWithATrailingBlankIsUnknownAndWrittenBackEmpty)
 {
     WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"UNC_PATH", kShare}, {L"STATE", L"READY "}, {L"RESULT", L"OK"},
                     {L"RETRY", L"1"}});
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "UtilStateId: invalid state: READY ",
         "Util_UpdateDone: Updating state for result 'ERR_FAILURE', legacy workflow:'0' ",
@@ -146,7 +122,7 @@ TEST_F(JobValues, RetryOfEveryTypeIsWrittenBackAsDecimalText)
         NextCase();
         WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"UNC_PATH", kShare}, {L"STATE", L"READY"}, {L"RESULT", L"OK"}});
         c.write(key_);
-        JobRun job = RunToMinusOne();
+        JobRun job = RunExpecting(-1);
         EXPECT_TRUE(HasWrittenValues(key_, {"READY", "OK", "", "", "", c.written}));
         std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
         ASSERT_TRUE(entries.has_value());
@@ -187,7 +163,7 @@ TEST_F(JobValues, UrlAsMultiStringGivesOneItemPerEntryAndAsPlainTextOneItem)
         NextCase();
         WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"STATE", L"READY"}, {L"RESULT", L"OK"}});
         c.write();
-        JobRun job = RunToMinusOne();
+        JobRun job = RunExpecting(-1);
         EXPECT_EQ(CountMessages(Messages(job), c.line), 1u) << job.run.out;
         EXPECT_TRUE(LacksLineStartingWith(Messages(job), "UtilGetRegistry: required parameter empty"));
         EXPECT_TRUE(HasWrittenValues(key_, {"READY", "OK", "", "", "", "0"}));
@@ -198,7 +174,7 @@ TEST_F(JobValues, UrlOfOnlyNulsIsAnEmptyListAndFailsTheMandatoryCheck)
 {
     WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"STATE", L"READY"}, {L"RESULT", L"OK"}});
     WriteMultiString(key_, L"URL", {});
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {"UtilGetRegistry: URL length: 1 []",
                                                 "UtilGetRegistry: required parameter empty, sAgent: OTHER, sUNC: , "
                                                 "sURLs: "}));
@@ -226,7 +202,7 @@ TEST_F(JobValues, MetadataThatParsesIsLoggedAndMetadataThatDoesntIsSilent)
         NextCase();
         WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"UNC_PATH", kShare}, {L"STATE", L"READY"}, {L"RESULT", L"OK"},
                         {L"METADATA", c.metadata}});
-        JobRun job = RunToMinusOne();
+        JobRun job = RunExpecting(-1);
         EXPECT_EQ(CountMessages(Messages(job), "UtilGetRegistry: matadata XML string loaded"), c.loaded ? 1u : 0u);
         EXPECT_TRUE(LacksLineStartingWith(Messages(job), "PropertyBag Parse failed"));
         // Metadata is an instruction: read, never written.
@@ -243,7 +219,7 @@ TEST_F(JobValues, MetadataOfAtMost8191BytesIsReadWithEverythingBehindIt)
     WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"UNC_PATH", kShare}, {L"STATE", L"WAIT"}, {L"RESULT", L"OK"},
                     {L"RETRY", L"1"}, {L"VERSION", L"2.5.0.7"}, {L"METADATA", metadata}});
     ASSERT_EQ(ReadValue(key_, L"METADATA")->data.size(), 8190u);
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(ContainsMessage(Messages(job), "UtilGetRegistry: matadata XML string loaded"));
     EXPECT_TRUE(ContainsMessage(Messages(job), "Update key: job VERSION = 2.5.0.7"));
     EXPECT_TRUE(HasWrittenValues(key_, {"WAIT", "OK", "", "", "", "1"}));
@@ -268,7 +244,7 @@ TEST_F(JobValues, MetadataOverTheLimitEndsTheListingAndTheValuesBehindItAreMissi
         alphabetical.push_back(value.first);
     ASSERT_EQ(order, alphabetical);
 
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     const std::vector<std::string>& m = Messages(job);
     EXPECT_TRUE(HasLinesInOrder(m, {
         "Update key: job AGENT = OTHER",

@@ -73,4 +73,22 @@ std::optional<std::wstring> InstalledVersion(const std::wstring& upgradeCode);
 // when one stays, so that no test starts on a machine it didn't expect.
 void RemoveLabProducts();
 
+// A fixture whose tests start and end with none of the lab's products
+// installed.
+template <class Fixture>
+class WithoutLabProducts : public Fixture {
+protected:
+    void SetUp() override
+    {
+        Fixture::SetUp();
+        RemoveLabProducts();
+    }
+
+    void TearDown() override
+    {
+        RemoveLabProducts();
+        Fixture::TearDown();
+    }
+};
+
 }  // namespace it

@@ -10,11 +10,7 @@
 namespace it {
 namespace {
 
-class MsiLab : public ::testing::Test {
-protected:
-    void SetUp() override { RemoveLabProducts(); }
-    void TearDown() override { RemoveLabProducts(); }
-};
+class MsiLab : public WithoutLabProducts<::testing::Test> {};
 
 std::string text(const std::optional<std::wstring>& value) { return value ? Narrow(*value) : "(none)"; }
 

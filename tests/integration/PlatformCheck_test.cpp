@@ -16,27 +16,9 @@ const wchar_t* const kShare = L"\\\\fileserver\\deploy\\agent-2.5.0.7.msi";
 // No kind of agent has this name: an accepted job finds nothing to install (-4).
 const wchar_t* const kNoAgent = L"NONE";
 
-// SHA-256 of one million "a", from the standard's test vectors.
-const wchar_t* const kDigestOfMillionA = L"cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0";
-
-class PlatformCheck : public JobTest {
+class PlatformCheck : public NoRestartJobTest {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
-
-    void SetUp() override
-    {
-        JobTest::SetUp();
-        // No run here may end in a restart of the lab.
-        SetRetrySettings(L"200", L"0");
-    }
-
-    void NextCase()
-    {
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200", L"0");
-        RemoveTree(Workspace());
-    }
 
     // A job at the install step whose payload a fetch has left; "ARCH" only
     // when given.
@@ -56,28 +38,10 @@ protected:
 
     JobRun RunExpecting(int32_t exitCode)
     {
-        JobRun job = RunJob();
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(job.run.exitCode, exitCode);
-        EXPECT_TRUE(NoRebootMarker());
+        JobRun job = JobTest::RunExpecting(exitCode);
         // The tool's own view of the host, printed before its log has a file.
         EXPECT_TRUE(ContainsMessage(job.console, "Agent::IsHostX64: host system: 64-bit")) << job.run.out;
         return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
-    }
-
-    void ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected)
-    {
-        std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
-        ASSERT_TRUE(entries.has_value());
-        ASSERT_EQ(entries->size(), 1u);
-        EXPECT_TRUE(IsEntry((*entries)[0], expected, job.startedAt, job.endedAt));
     }
 
     // Accepted: no line of the check, the version check found nothing to do,
@@ -261,9 +225,7 @@ TEST_F(PlatformCheck, PreflightOnlyRunDoesNotCheck)
 {
     const std::wstring payload = MakePayload(L"agent.msi");
     WriteUpdatingJob(L"32-BitAgent", payload, kNoAgent, {{L"OPTIONS", L"PREFLIGHTCHECK_ENABLED=1"}});
-    JobRun job = RunJob();
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_TRUE(NoRebootMarker());
+    JobRun job = RunCompleted();
     // A preflight result, whatever the lab's machine answered.
     EXPECT_LE(job.run.exitCode, -9);
     EXPECT_GE(job.run.exitCode, -14);
@@ -274,14 +236,7 @@ TEST_F(PlatformCheck, PreflightOnlyRunDoesNotCheck)
 
 // --- The check comes after the fetch --------------------------------------------------
 
-class PlatformCheckAfterFetch : public ShareTest {
-protected:
-    void SetUp() override
-    {
-        ShareTest::SetUp();
-        SetRetrySettings(L"200", L"0");
-    }
-};
+class PlatformCheckAfterFetch : public NoRestart<ShareTest> {};
 
 TEST_F(PlatformCheckAfterFetch, WrongArchCostsAFullCopyBeforeItIsRefused)
 {

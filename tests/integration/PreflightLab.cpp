@@ -1,10 +1,7 @@
 #include "PreflightLab.h"
 
 #include <windows.h>
-// after windows.h, which it needs
-#include <wincrypt.h>
 
-#include <cstdio>
 #include <cwchar>
 #include <stdexcept>
 
@@ -36,32 +33,6 @@ void removeMachineMarks()
 }
 
 }  // namespace
-
-std::wstring Sha256Hex(const std::string& bytes)
-{
-    HCRYPTPROV provider = 0;
-    if (!::CryptAcquireContextW(&provider, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT))
-        throw std::runtime_error("CryptAcquireContextW failed (error " + std::to_string(::GetLastError()) + ")");
-    HCRYPTHASH hash = 0;
-    BYTE digest[32] = {};
-    DWORD size = sizeof digest;
-    bool ok = ::CryptCreateHash(provider, CALG_SHA_256, 0, 0, &hash) &&
-              ::CryptHashData(hash, reinterpret_cast<const BYTE*>(bytes.data()), static_cast<DWORD>(bytes.size()),
-                              0) &&
-              ::CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0) && size == sizeof digest;
-    if (hash)
-        ::CryptDestroyHash(hash);
-    ::CryptReleaseContext(provider, 0);
-    if (!ok)
-        throw std::runtime_error("SHA-256 failed");
-    std::wstring hex;
-    for (BYTE b : digest) {
-        wchar_t pair[3];
-        std::swprintf(pair, 3, L"%02x", b);
-        hex += pair;
-    }
-    return hex;
-}
 
 ::testing::AssertionResult HasLineStartingWith(const std::vector<std::string>& messages, const std::string& prefix)
 {
@@ -132,12 +103,9 @@ void PreflightTest::TearDown()
 
 void PreflightTest::NextCase()
 {
-    DeleteProductKeys();
+    JobTest::NextCase();
     removeMachineMarks();
-    RemoveTree(Workspace());
     ::DeleteFileW(traceFile_.c_str());
-    logsDir_ = UseFreshLogsDir();
-    SetRetrySettings(L"200");
     legacyJob_ = false;
     jobKey_ = JobKey(kNewRoot, L"job");
 }
@@ -190,10 +158,8 @@ void PreflightTest::AddRule(const std::wstring& name, const std::vector<std::pai
 JobRun PreflightTest::RunPreflight(int32_t exitCode)
 {
     JobRun job = RunShareJob();
-    EXPECT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
+    ExpectCompleted(job);
     EXPECT_EQ(exitCode, job.run.exitCode) << RunResultName(job.run.exitCode);
-    EXPECT_TRUE(NoRebootMarker());
     // A preflight-only run fetches nothing and connects to nothing.
     EXPECT_TRUE(FindFilesRecursive(Workspace(), L"*").empty());
     EXPECT_TRUE(ProviderCalls().empty());
@@ -201,20 +167,6 @@ JobRun PreflightTest::RunPreflight(int32_t exitCode)
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Util_DoDownload:"));
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Initiated system reboot"));
     return job;
-}
-
-const std::vector<std::string>& PreflightTest::Messages(const JobRun& job)
-{
-    static const std::vector<std::string> none;
-    return job.log ? job.log->messages : none;
-}
-
-void PreflightTest::ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected)
-{
-    std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
-    ASSERT_TRUE(entries.has_value());
-    ASSERT_EQ(1u, entries->size());
-    EXPECT_TRUE(IsEntry((*entries)[0], expected, job.startedAt, job.endedAt));
 }
 
 ::testing::AssertionResult PreflightTest::HasCompletionMarker() const

@@ -39,10 +39,6 @@ std::wstring RulesKey(const wchar_t* root);
 std::wstring WatchedKey(const std::wstring& sub);
 std::wstring WatchedPath(const std::wstring& sub);
 
-// SHA-256 of the bytes in lower-case hexadecimal, computed apart from the
-// tool (through the base provider, not CNG).
-std::wstring Sha256Hex(const std::string& bytes);
-
 // Some message begins with the prefix.
 ::testing::AssertionResult HasLineStartingWith(const std::vector<std::string>& messages, const std::string& prefix);
 // How many messages begin with the prefix.
@@ -104,9 +100,6 @@ protected:
     // reboot marker, nothing in the workspace and no network provider call.
     JobRun RunPreflight(int32_t exitCode);
 
-    static const std::vector<std::string>& Messages(const JobRun& job);
-    // The run's one telemetry entry.
-    void ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected);
     // "PreflightCheckComplete" under the new root, REG_DWORD 1.
     ::testing::AssertionResult HasCompletionMarker() const;
     ::testing::AssertionResult LacksCompletionMarker() const;

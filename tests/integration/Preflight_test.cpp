@@ -455,22 +455,7 @@ TEST_F(Preflight, LegacyRootJobLooksForTheMarkerUnderTheNewRootOnly)
 // The whole legacy workflow with a real package: the check, then the fetch
 // from the share, then the install, each run started by the management side
 // with the state it sets.
-class PreflightWorkflow : public Preflight {
-protected:
-    void SetUp() override
-    {
-        Preflight::SetUp();
-        RemoveLabProducts();
-        // A failed install with retries left would restart the prefix.
-        SetRetrySettings(L"200", L"0");
-    }
-
-    void TearDown() override
-    {
-        RemoveLabProducts();
-        Preflight::TearDown();
-    }
-};
+class PreflightWorkflow : public WithoutLabProducts<NoRestart<Preflight>> {};
 
 TEST_F(PreflightWorkflow, FirstLaunchChecksThenTheRelaunchesFetchFromTheShareAndInstall)
 {

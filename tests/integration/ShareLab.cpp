@@ -1,6 +1,5 @@
 #include "ShareLab.h"
 
-#include <ctime>
 #include <stdexcept>
 
 namespace it {
@@ -85,18 +84,10 @@ std::wstring ShareTest::PutOnShare(const std::wstring& name, const std::string& 
 
 JobRun ShareTest::RunShareJob(DWORD timeoutMs)
 {
-    JobRun job;
     RunOptions options = Options();
     options.timeoutMs = timeoutMs;
     options.env.emplace_back(L"ZT_MPR_TRACE", traceFile_);
-    job.startedAt = _time64(nullptr);
-    ULONGLONG start = ::GetTickCount64();
-    job.run = Run(options);
-    job.elapsedMs = static_cast<DWORD>(::GetTickCount64() - start);
-    job.endedAt = _time64(nullptr);
-    job.log = ReadNewestLog(logsDir_);
-    job.console = MessagesOf(OutputLines(job.run.out));
-    return job;
+    return RunJob(options);
 }
 
 std::vector<std::string> ShareTest::ProviderCalls() const

@@ -12,6 +12,11 @@ namespace it {
 
 inline constexpr const wchar_t* kLabShare = L"\\\\fileserver\\share";
 
+// SHA-256 of one million "a", from the standard's test vectors: the usual
+// payload of the share tests.
+inline constexpr const wchar_t* kDigestOfMillionA =
+    L"cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0";
+
 // Puts the provider built next to the harness into the prefix's system32 and
 // gives zenthra-updatetool.exe, and nothing else, a native-first override
 // for it. Idempotent; throws when the share or the provider is missing.

@@ -35,21 +35,6 @@ protected:
         WriteFileBytes(TelemetryPath(), bytes);
     }
 
-    JobRun RunToMinusOne()
-    {
-        JobRun job = RunJob();
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(job.run.exitCode, -1);
-        return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
-    }
-
     std::string LoadedLine() const
     {
         return "Util_UpdateDataForTelemetry: Loading from json file " + Narrow(TelemetryPath()) + " completed";
@@ -97,7 +82,7 @@ TEST_F(TelemetryFile, FirstRunCreatesTheFileWithOneEntryInStyledText)
 {
     WriteReadyJob();
     ASSERT_FALSE(PathExists(TelemetryPath()));
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
 
     std::optional<std::string> bytes = ReadFileBytes(TelemetryPath());
     ASSERT_TRUE(bytes.has_value()) << "no file at " << Narrow(TelemetryPath());
@@ -171,7 +156,7 @@ TEST_F(TelemetryFile, OtherTopLevelKeysAndForeignEntriesSurvive)
     WriteTelemetry(Compact(before));
 
     WriteReadyJob();
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {LoadedLine(), SavedLine()}));
 
     std::optional<JsonValue> after = ReadTelemetry();
@@ -190,7 +175,7 @@ TEST_F(TelemetryFile, ListThatIsNullBecomesAListOfOne)
 {
     WriteTelemetry("{\"updateTool\": null, \"keep\": \"me\"}");
     WriteReadyJob();
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     std::optional<JsonValue> after = ReadTelemetry();
     ASSERT_TRUE(after.has_value());
     EXPECT_EQ(*after->Find("keep"), JsonValue::String("me"));
@@ -213,9 +198,7 @@ TEST_F(TelemetryFile, ListThatIsNotAnArrayEndsTheProcessAfterTheStateWasSaved)
     };
     for (const std::string& document : documents) {
         SCOPED_TRACE(document);
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200");
+        NextCase();
         WriteTelemetry(document);
         // A job that does no work this run: its values are saved as they are.
         WriteJob(key_, {{L"AGENT", L"OTHER"}, {L"UNC_PATH", kShare}, {L"STATE", L"WAIT"}, {L"RESULT", L"OK"},
@@ -248,7 +231,7 @@ TEST_F(TelemetryFile, GarbageLongerThanTheNewTextStaysBehindIt)
     WriteTelemetry(garbage);
     WriteReadyJob();
 
-    JobRun first = RunToMinusOne();
+    JobRun first = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(first), {MissingLine(), SavedLine()}));
     std::optional<std::string> bytes = ReadFileBytes(TelemetryPath());
     ASSERT_TRUE(bytes.has_value());
@@ -270,7 +253,7 @@ TEST_F(TelemetryFile, GarbageLongerThanTheNewTextStaysBehindIt)
     // The reader takes the first document and ignores what stands behind
     // it, so the next run loads the list and appends to it.
     WriteReadyJob();
-    JobRun second = RunToMinusOne();
+    JobRun second = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(second), {LoadedLine(), SavedLine()}));
     std::optional<std::string> again = ReadFileBytes(TelemetryPath());
     ASSERT_TRUE(again.has_value());
@@ -298,7 +281,7 @@ TEST_F(TelemetryFile, TruncatedFileKeepsWhatWasReadBeforeTheCutAndTheOldTail)
     WriteTelemetry(truncated);
     WriteReadyJob();
 
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {MissingLine(), SavedLine()}));
     std::optional<std::string> bytes = ReadFileBytes(TelemetryPath());
     ASSERT_TRUE(bytes.has_value());
@@ -328,7 +311,7 @@ TEST_F(TelemetryFile, TenThousandEntriesAreAllKeptAndOneIsAppended)
     WriteTelemetry(StyledJson(before));
     WriteReadyJob();
 
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {LoadedLine(), SavedLine()}));
     std::optional<std::string> bytes = ReadFileBytes(TelemetryPath());
     ASSERT_TRUE(bytes.has_value());
@@ -351,7 +334,7 @@ TEST_F(TelemetryFile, TextOutsideAsciiIsWrittenAsEscapes)
     const std::wstring key = JobKey(kNewRoot, L"job-\u00e9");
     WriteJob(key, {{L"AGENT", L"OTHER"}, {L"VERSION", L"2.5 \u03b2eta"}, {L"UNC_PATH", kShare},
                    {L"STATE", L"READY"}, {L"RESULT", L"OK"}, {L"FILENAME", L"C:\\dl\\\u00fcber \"x\".msi"}});
-    JobRun job = RunToMinusOne();
+    JobRun job = RunExpecting(-1);
     std::optional<std::string> bytes = ReadFileBytes(TelemetryPath());
     ASSERT_TRUE(bytes.has_value());
     for (unsigned char c : *bytes)

@@ -14,24 +14,11 @@
 namespace it {
 namespace {
 
-class UpdateGeneric : public JobTest {
+// A failed install with retries left restarts the machine, which would end
+// this harness: no retries unless a test says otherwise.
+class UpdateGeneric : public WithoutLabProducts<NoRestartJobTest> {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
-
-    void SetUp() override
-    {
-        JobTest::SetUp();
-        RemoveLabProducts();
-        // A failed install with retries left restarts the machine, which
-        // would end this harness: no retries unless a test says otherwise.
-        SetRetrySettings(L"200", L"0");
-    }
-
-    void TearDown() override
-    {
-        RemoveLabProducts();
-        JobTest::TearDown();
-    }
 
     // A job that a fetch has brought to the point of installing: the file is
     // in place, and the management side has set UPDATING.
@@ -47,29 +34,8 @@ protected:
         WriteJob(key_, values);
     }
 
-    JobRun RunExpecting(int32_t exitCode)
-    {
-        JobRun job = RunJob(120000);
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(exitCode, job.run.exitCode);
-        EXPECT_TRUE(NoRebootMarker());
-        return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
-    }
-
-    void ExpectOneEntry(const JobRun& job, const ExpectedEntry& expected)
-    {
-        std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
-        ASSERT_TRUE(entries.has_value());
-        ASSERT_EQ(1u, entries->size());
-        EXPECT_TRUE(IsEntry((*entries)[0], expected, job.startedAt, job.endedAt));
-    }
+    // Real installs through msiexec take their time.
+    JobRun RunExpecting(int32_t exitCode) { return JobTest::RunExpecting(exitCode, {}, 120000); }
 
     // The lines of an install that ended well, from the gate to the new state.
     static std::vector<std::string> SucceededLines(const std::string& commandLine, DWORD exitCode)
@@ -199,9 +165,7 @@ TEST_F(UpdateGeneric, SetupProgramEndingWithZeroOr1641EndsTheJobDoneOkWithoutRes
 {
     for (const DWORD code : {0ul, 1641ul}) {
         SCOPED_TRACE(code);
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200", L"0");
+        NextCase();
         const std::wstring setup = PlaceStandIn(Workspace(), L"setup-" + std::to_wstring(code) + L".exe");
         WriteUpdatingJob(setup, L"2.0.0");
 

@@ -50,31 +50,9 @@ std::vector<std::wstring> Listed(const std::wstring& pattern)
     return names;
 }
 
-class UpdateTovi : public JobTest {
+class UpdateTovi : public WithoutLabProducts<NoRestartJobTest> {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
-
-    void SetUp() override
-    {
-        JobTest::SetUp();
-        RemoveLabProducts();
-        SetRetrySettings(L"200", L"0");
-    }
-
-    void TearDown() override
-    {
-        RemoveLabProducts();
-        JobTest::TearDown();
-    }
-
-    // Between the cases of one test: fresh keys and logs, an empty workspace.
-    void NextCase()
-    {
-        DeleteProductKeys();
-        logsDir_ = UseFreshLogsDir();
-        SetRetrySettings(L"200", L"0");
-        RemoveTree(Workspace());
-    }
 
     // A job whose installer a fetch has brought into the workspace, now set
     // to UPDATING by the management side.
@@ -103,30 +81,14 @@ protected:
         WriteString(kNewRoot, L"ProductVersion", version);
     }
 
+    // Installers that run msiexec take their time; none of them may lead
+    // to a restart.
     JobRun RunExpecting(int32_t exitCode, const std::vector<std::wstring>& args = {})
     {
-        JobRun job;
-        RunOptions options = Options();
-        options.args = args;
-        options.timeoutMs = 120000;
-        job.startedAt = _time64(nullptr);
-        job.run = Run(options);
-        job.endedAt = _time64(nullptr);
-        job.log = ReadNewestLog(logsDir_);
-        job.console = MessagesOf(OutputLines(job.run.out));
-        EXPECT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(exitCode, job.run.exitCode);
-        EXPECT_TRUE(NoRebootMarker());
+        JobRun job = JobTest::RunExpecting(exitCode, args, 120000);
         EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Util_CheckReboot:"));
         EXPECT_TRUE(LacksLine(Messages(job), "Util_UpdateDone: FORCE REBOOT"));
         return job;
-    }
-
-    static const std::vector<std::string>& Messages(const JobRun& job)
-    {
-        static const std::vector<std::string> none;
-        return job.log ? job.log->messages : none;
     }
 
     // The command line the tool starts the agent's installer with in a run
@@ -139,6 +101,13 @@ protected:
         if (!options.empty())
             line += " " + options;
         return line;
+    }
+
+    // The tool's line for an upgrade code with no product installed.
+    static std::string NotFoundLine(const wchar_t* upgradeCode)
+    {
+        return "Agent::FindInstalledVersion: MsiEnumRelatedProducts failed: " + std::string(kNoMoreItems) +
+               " code: " + Narrow(upgradeCode);
     }
 
     static std::vector<std::string> LaunchedLines(const std::string& line, DWORD exitCode)
@@ -248,8 +217,7 @@ TEST_F(UpdateTovi, InstalledVersionComesFromTheLegacyUpgradeCodeAfterOneLoggedFa
     JobRun job = RunExpecting(-1);
 
     EXPECT_TRUE(HasLinesInOrder(Messages(job), Concat({
-        "Agent::FindInstalledVersion: MsiEnumRelatedProducts failed: " + std::string(kNoMoreItems) +
-            " code: " + Narrow(kAgentUpgradeCode),
+        NotFoundLine(kAgentUpgradeCode),
         "ToviAgent::GetVersion: installedVersion: 8.9.0",
     }, LaunchedLines(LaunchLine(installer), 0))));
     size_t failures = std::count_if(Messages(job).begin(), Messages(job).end(), [](const std::string& m) {
@@ -270,10 +238,8 @@ TEST_F(UpdateTovi, ProductVersionUnderTheNewRootIsTheInstalledVersionWhenNoProdu
     JobRun job = RunExpecting(-4);
 
     EXPECT_TRUE(HasLinesInOrder(Messages(job), Concat({
-        "Agent::FindInstalledVersion: MsiEnumRelatedProducts failed: " + std::string(kNoMoreItems) +
-            " code: " + Narrow(kAgentUpgradeCode),
-        "Agent::FindInstalledVersion: MsiEnumRelatedProducts failed: " + std::string(kNoMoreItems) +
-            " code: " + Narrow(kLegacyAgentUpgradeCode),
+        NotFoundLine(kAgentUpgradeCode),
+        NotFoundLine(kLegacyAgentUpgradeCode),
         "ToviAgent::GetVersion: installedVersion: 8.13.0",
         "ToviAgent::GetVersion: updateVersion: 8.12.0-9876543 updateFileName: " + Narrow(installer),
         "App::CheckVersion: CompVersion does not require to upgrade",
@@ -308,10 +274,8 @@ TEST_F(UpdateTovi, NothingInstalledAsksForTheUpgrade)
     JobRun job = RunExpecting(-1);
 
     EXPECT_TRUE(HasLinesInOrder(Messages(job), Concat({
-        "Agent::FindInstalledVersion: MsiEnumRelatedProducts failed: " + std::string(kNoMoreItems) +
-            " code: " + Narrow(kAgentUpgradeCode),
-        "Agent::FindInstalledVersion: MsiEnumRelatedProducts failed: " + std::string(kNoMoreItems) +
-            " code: " + Narrow(kLegacyAgentUpgradeCode),
+        NotFoundLine(kAgentUpgradeCode),
+        NotFoundLine(kLegacyAgentUpgradeCode),
         "ToviAgent::GetVersion: installed version not found",
         "ToviAgent::GetVersion: updateVersion: 8.12.0-9876543 updateFileName: " + Narrow(installer),
         "Agent::CompVersion: installed version not found",

@@ -10,39 +10,8 @@
 # Between the two the prefix's session ends, as a restart would end it.
 #   generic_restart_test.sh BUILD
 set -uo pipefail
-build=$(cd "${1:?usage: generic_restart_test.sh BUILD}" && pwd)
-scripts=$(cd "$(dirname "$0")/../../scripts" && pwd)
-prefix="$build/wineprefix-generic-restart"
-work="$build/generic-restart-test"
-export WINEPREFIX="$prefix"
-. "$scripts/wine-env.sh"
-
-status=0
-ok() { echo "ok: $1"; }
-bad() { echo "FAILED: $1"; status=1; }
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1
-  shift
-  if "$@"; then ok "$what"; else bad "$what"; fi
-}
-cleanup() {
-  "$scripts/lab.sh" stop "$prefix" >/dev/null 2>&1
-  rm -rf "$prefix" "$prefix.lock" "$work"
-}
-cleanup
-trap cleanup EXIT
-"$scripts/lab.sh" prepare "$prefix" >/dev/null || { echo "FAILED: could not make the throwaway lab"; exit 1; }
-
-winpath() { wine winepath -w "$1" 2>/dev/null | tr -d '\r'; }
-put() { wine reg add "$1" /v "$2" /t REG_SZ /d "$3" /f >/dev/null 2>&1; }
-value() { wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | awk -v n="$2" '$1 == n { $1 = ""; $2 = ""; sub(/^ +/, ""); print }'; }
-has_value() { wine reg query "$1" /v "$2" >/dev/null 2>&1; }
-expect_value() {  # expect_value KEY NAME TEXT
-  local actual
-  if ! has_value "$1" "$2"; then bad "$2 is missing, expected \"$3\""; return; fi
-  actual=$(value "$1" "$2")
-  if [ "$actual" = "$3" ]; then ok "$2 is \"$3\""; else bad "$2 is \"$actual\", expected \"$3\""; fi
-}
+. "$(dirname "$0")/throwaway_lab.sh"
+lab_open "${1:?usage: generic_restart_test.sh BUILD}" generic-restart
 
 root='HKLM\Software\Tarvelle\Zenthra'
 job="$root"'\Agent\Update\GenericJob'
@@ -57,10 +26,10 @@ run_case() {
   rm -rf "$case_dir"
   mkdir -p "$case_dir/logs" "$case_dir/$folder"
   setup_unix="$case_dir/$folder/$name"
-  cp "$build/bin/exitcode-installer.exe" "$setup_unix"
+  place_stand_in "$setup_unix"
   setup=$(winpath "$setup_unix")
   telemetry="$case_dir/logs/updatetool/UpdateToolTelemetryData.json"
-  wine reg delete "$root" /f >/dev/null 2>&1
+  drop_key "$root"
   put "$job" AGENT OTHER
   put "$job" STATE UPDATING
   put "$job" RESULT OK
@@ -73,45 +42,20 @@ run_case() {
   # MAXDOWNLOADANDUPGRADERETRY stays unset: the default of two retries.
   put "$root"'\Agent\Update' RetryWaitPeriod "$wait"
 
-  local started ended
-  started=$(date +%s%N)
-  timeout 120 wine "$build/bin/zenthra-updatetool.exe" > "$case_dir/console.txt" 2>&1
-  run_rc=$?
-  ended=$(date +%s%N)
-  run_ms=$(( (ended - started) / 1000000 ))
-  # Wine carries the restart out with a wineboot of its own, which ends any
-  # process that starts meanwhile: let it finish before looking.
-  for _ in $(seq 100); do
-    pgrep -f 'wineboot' >/dev/null || break
-    sleep 0.2
-  done
-  console=$(tr -d '\r' < "$case_dir/console.txt")
-  # The stand-in records its command line in UTF-16.
-  installer_line=$(iconv -f UTF-16LE -t UTF-8 "$setup_unix.cmdline.txt" 2>/dev/null)
+  run_tool "$case_dir" "${name%.exe}"
+  installer_line=$(stand_in_cmdline "$setup_unix")
 }
 
-line_of() { grep -n -F -x -- "$1" <<<"$messages" | head -n 1 | cut -d: -f1; }
-in_order() {  # in_order LINE... : each line present, in this order
-  local last=0 at
-  for text in "$@"; do
-    at=$(line_of "$text")
-    if [ -z "$at" ] || [ "$at" -le "$last" ]; then echo "  missing or out of order: $text"; return 1; fi
-    last=$at
-  done
-}
-lacks() { ! grep -q -F -x -- "$1" <<<"$messages"; }
 # Seconds of the day of a console line's time stamp "YYYY-MM-DD hh.mm.ss: ".
 stamp_of() {
   grep -F -- "$1" <<<"$console" | head -n 1 |
     awk '{ split($2, t, "."); sub(/:$/, "", t[3]); print t[1] * 3600 + t[2] * 60 + t[3] }'
 }
-entry_has() { grep -q -F -- "$1" "$telemetry"; }
+entry_has() { telemetry_has "$telemetry" "$1"; }
 
 # --- 1. 1603 with retries left -------------------------------------------------
-echo "== setup-1603.exe, no attempt made yet, two retries allowed"
+case_begin "setup-1603.exe, no attempt made yet, two retries allowed"
 run_case setup-1603.exe setup 3000
-check "the run ended by itself (no timeout)" test "$run_rc" -ne 124
-messages=$(sed -E 's/^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}\.[0-9]{2}\.[0-9]{2}: //' <<<"$console")
 check "the installer got the silent command line" test "$installer_line" = "$setup /s /v /qn"
 expect_value "$job" STATE WAIT
 expect_value "$job" RESULT PROGRESS
@@ -135,7 +79,7 @@ check "the failure, the reboot decision, the saved state and the restart, in ord
   "Util_CheckReboot: done waiting" \
   "Initiated system reboot successfully."
 check "the run result is ERR_REBOOT (-7; Linux saw $run_rc)" grep -q -x -F "wmain: Updatetool rc = ERR_REBOOT" <<<"$messages"
-check "no line says the retries ran out" lacks "UtilTryAgain: exceeded retry attempts: 1, max attempt allowed: 2"
+check "no line says the retries ran out" lacks_prefix "UtilTryAgain: exceeded retry attempts: 1, max attempt allowed: 2"
 waited=$(( $(stamp_of "Util_CheckReboot: done waiting") - $(stamp_of "Util_CheckReboot: wait for a while") ))
 check "the restart waited one retry period (3 s; time stamps $waited s apart)" test "$waited" -ge 3
 check "the run lasted at least the wait ($run_ms ms)" test "$run_ms" -ge 3000
@@ -147,23 +91,14 @@ check "with the installer's error" entry_has '"errorCode" : "ERROR_INSTALL_FAILU
 expect_value "$marker" NeedReboot 1
 
 # The end of the session is the restart the marker was waiting for.
-wineserver -k >/dev/null 2>&1
-wineserver -w >/dev/null 2>&1
-if has_value "$marker" NeedReboot; then bad "the marker outlived the session"; else ok "the marker is gone with the session"; fi
+lab_restart
+expect_absent "$marker" NeedReboot
 expect_value "$job" STATE WAIT
-if [ $status -ne 0 ]; then echo "--- tool output"; cat "$case_dir/console.txt"; fi
+case_end
 
 # --- 2. 3010 -----------------------------------------------------------------------
-echo "== setup-3010.exe in a folder with a blank"
-# The checks above started a server of their own: end it, so that the lab
-# can start its persistent one again.
-wineserver -k >/dev/null 2>&1
-wineserver -w >/dev/null 2>&1
-"$scripts/lab.sh" prepare "$prefix" >/dev/null || { echo "FAILED: could not restart the lab"; exit 1; }
-status_before=$status
+case_begin "setup-3010.exe in a folder with a blank"
 run_case setup-3010.exe "lab setup" 60000
-check "the run ended by itself (no timeout)" test "$run_rc" -ne 124
-messages=$(sed -E 's/^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}\.[0-9]{2}\.[0-9]{2}: //' <<<"$console")
 check "the installer got the quoted silent command line" test "$installer_line" = "\"$setup\" /s /v /qn"
 expect_value "$job" STATE DONE
 expect_value "$job" RESULT OK
@@ -180,13 +115,13 @@ check "success, the saved state and the restart, in order" in_order \
   "Util_CheckReboot: done waiting" \
   "Initiated system reboot successfully."
 check "the run result is ERR_NOAGENT (-4; Linux saw $run_rc)" grep -q -x -F "wmain: Updatetool rc = ERR_NOAGENT" <<<"$messages"
-check "no reboot decision of the state machine" lacks "Util_UpdateDone: FORCE REBOOT"
+check "no reboot decision of the state machine" lacks_prefix "Util_UpdateDone: FORCE REBOOT"
 # The retry count is 0 after a good install, so the wait is nothing, though
 # the retry period is a minute.
 check "the restart came without the retry period's wait ($run_ms ms)" test "$run_ms" -lt 60000
 check "the telemetry entry has the state DONE" entry_has '"status" : "DONE"'
 check "and no error" bash -c '! grep -q "\"errorCode\"" "$1"' _ "$telemetry"
 expect_value "$marker" NeedReboot 1
-if [ $status -ne $status_before ]; then echo "--- tool output"; cat "$case_dir/console.txt"; fi
+case_end
 
 exit $status

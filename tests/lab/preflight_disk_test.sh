@@ -9,7 +9,7 @@
 # Mounting needs root; without it the test reports itself skipped (77).
 #   preflight_disk_test.sh BUILD
 set -uo pipefail
-. "$(dirname "$0")/preflight_lab.sh"
+. "$(dirname "$0")/throwaway_lab.sh"
 
 probe=$(mktemp -d)
 if ! mount -t tmpfs -o size=1m zt-probe "$probe" 2>/dev/null; then
@@ -44,7 +44,7 @@ put "$job" OPTIONS PREFLIGHTCHECK_ENABLED=1
 put "$new_root" InstallLogsDir "$(winpath "$work/logs")"
 
 # --- 1. Exactly the threshold -------------------------------------------------------------
-echo "== T: with exactly 314572800 bytes free"
+case_begin "T: with exactly 314572800 bytes free"
 put "$job" STATE DOWNLOAD
 put "$job" RETRY 1
 check "the file system has exactly 300 MiB free ($(free_bytes))" test "$(free_bytes)" = 314572800
@@ -63,11 +63,10 @@ expect_value "$job" RESULT PREFLIGHTCHECK_OK
 expect_value "$job" ERRORCODE ""
 expect_value "$job" RETRY 0
 expect_value "$job" PreflightCheckComplete 0x1
-[ $status -ne 0 ] && { echo "--- tool output"; cat "$work/run1.txt"; }
+case_end
 
 # --- 2. One block less, and every later check would fail too ---------------------------------
-echo "== T: with 314568704 bytes free, a bad share path, a REBOOT rule and a pending reboot"
-status_before=$status
+case_begin "T: with 314568704 bytes free, a bad share path, a REBOOT rule and a pending reboot"
 head -c 4096 /dev/zero > "$small/filler"
 check "the file system has one block less free ($(free_bytes))" test "$(free_bytes)" = 314568704
 put "$job" STATE DOWNLOAD
@@ -105,6 +104,6 @@ expect_absent "$job" PreflightCheckComplete
 check "the last telemetry entry is the run's" last_entry_is "$telemetry" \
   '{"updatedGUID": "DiskJob", "type": "NONE", "fileName": "", "version": "4.2.0", "status": "DONE",
     "attempt": 1, "result": "PREFLIGHTCHECK_FAILURE", "errorCode": "PREFLIGHT_ERR_INSUFFICIENT_DISKSPACE"}'
-[ $status -ne $status_before ] && { echo "--- tool output"; cat "$work/run2.txt"; }
+case_end
 
 exit $status
