@@ -1,6 +1,9 @@
 # Both targets work on a fresh Debian 12 machine as root.
 BUILD ?= build
 PREFIX := $(abspath $(BUILD))/wineprefix
+# Benchmarks get a fresh lab of their own: jobs left in the test lab (the
+# demo's, say) would turn the "no job" start-up into a whole run.
+BENCH_PREFIX := $(abspath $(BUILD))/wineprefix-bench
 JOBS ?= $(shell nproc)
 
 .PHONY: all deps configure build test demo bench clean
@@ -27,8 +30,11 @@ demo: build
 	scripts/demo.sh $(BUILD)
 
 bench: build
-	scripts/lab.sh prepare $(PREFIX)
-	scripts/bench.sh $(BUILD); rc=$$?; scripts/lab.sh stop $(PREFIX); exit $$rc
+	-scripts/lab.sh stop $(BENCH_PREFIX)
+	rm -rf $(BENCH_PREFIX)
+	scripts/lab.sh prepare $(BENCH_PREFIX)
+	ZT_WINEPREFIX=$(BENCH_PREFIX) scripts/bench.sh $(BUILD); rc=$$?; \
+	  scripts/lab.sh stop $(BENCH_PREFIX); rm -rf $(BENCH_PREFIX) $(BENCH_PREFIX).lock; exit $$rc
 
 clean:
 	-scripts/lab.sh stop $(PREFIX)

@@ -1,7 +1,8 @@
 #!/bin/bash
 # Prints the benchmark figures of a build tree (figures, not pass/fail).
 #   bench.sh BUILD        BENCH_RUNS=n sets the start-up runs (default 20)
-# The lab must be up: `make bench` prepares it before and stops it after.
+# The lab must be up: `make bench` makes a fresh one (ZT_WINEPREFIX) before
+# and removes it after.
 set -euo pipefail
 build=$(cd "${1:?usage: bench.sh BUILD}" && pwd)
 runs=${BENCH_RUNS:-20}
