@@ -12,6 +12,34 @@
 
 namespace bench {
 
+// Starts a program with its standard handles on NUL, so that only its own
+// work is measured, and the command line being its quoted path; ends the
+// benchmark when the program can't be started. environment: a
+// CREATE_UNICODE_ENVIRONMENT block, or null for the bench's own.
+inline PROCESS_INFORMATION startQuietly(const std::wstring& program, wchar_t* environment = nullptr)
+{
+    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+    HANDLE nul = ::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
+                               OPEN_EXISTING, 0, nullptr);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = nul;
+    startup.hStdOutput = nul;
+    startup.hStdError = nul;
+    PROCESS_INFORMATION info{};
+    std::wstring commandLine = L"\"" + program + L"\"";
+    BOOL started = ::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE,
+                                    environment ? CREATE_UNICODE_ENVIRONMENT : 0, environment, nullptr, &startup, &info);
+    DWORD error = ::GetLastError();
+    ::CloseHandle(nul);  // the child has its own copy
+    if (!started) {
+        std::fprintf(stderr, "cannot start %ls (error %lu)\n", program.c_str(), error);
+        std::exit(2);
+    }
+    return info;
+}
+
 inline double nowMs()
 {
     static LARGE_INTEGER frequency = [] {

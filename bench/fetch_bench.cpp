@@ -160,25 +160,10 @@ struct Run {
 
 Run runTool(const std::wstring& tool, std::wstring environment)
 {
-    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    // The console copy of the log goes nowhere.
-    HANDLE nul = ::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                               OPEN_EXISTING, 0, nullptr);
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = nul;
-    startup.hStdOutput = nul;
-    startup.hStdError = nul;
-    PROCESS_INFORMATION info{};
-    std::wstring commandLine = L"\"" + tool + L"\"";
     Run run;
     double start = bench::nowMs();
-    if (!::CreateProcessW(tool.c_str(), commandLine.data(), nullptr, nullptr, TRUE, CREATE_UNICODE_ENVIRONMENT,
-                          environment.data(), nullptr, &startup, &info)) {
-        std::fprintf(stderr, "cannot start %ls (error %lu)\n", tool.c_str(), ::GetLastError());
-        std::exit(2);
-    }
+    // The console copy of the log goes nowhere.
+    PROCESS_INFORMATION info = bench::startQuietly(tool, environment.data());
     for (;;) {
         DWORD wait = ::WaitForSingleObject(info.hProcess, kSampleMs);
         if (wait != WAIT_TIMEOUT)
@@ -196,7 +181,6 @@ Run runTool(const std::wstring& tool, std::wstring environment)
     ::GetExitCodeProcess(info.hProcess, &run.exitCode);
     ::CloseHandle(info.hThread);
     ::CloseHandle(info.hProcess);
-    ::CloseHandle(nul);
     return run;
 }
 

@@ -18,31 +18,15 @@ struct Run {
 
 Run runOnce(const std::wstring& program)
 {
-    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    // The console copy of the log goes nowhere: only the run itself is timed.
-    HANDLE nul = ::CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                               OPEN_EXISTING, 0, nullptr);
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = nul;
-    startup.hStdOutput = nul;
-    startup.hStdError = nul;
-    PROCESS_INFORMATION info{};
-    std::wstring commandLine = L"\"" + program + L"\"";
     Run run;
     double start = bench::nowMs();
-    if (!::CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                          &info)) {
-        std::fprintf(stderr, "cannot start %ls (error %lu)\n", program.c_str(), ::GetLastError());
-        std::exit(2);
-    }
+    // The console copy of the log goes nowhere: only the run itself is timed.
+    PROCESS_INFORMATION info = bench::startQuietly(program);
     ::WaitForSingleObject(info.hProcess, INFINITE);
     run.ms = bench::nowMs() - start;
     ::GetExitCodeProcess(info.hProcess, &run.exitCode);
     ::CloseHandle(info.hThread);
     ::CloseHandle(info.hProcess);
-    ::CloseHandle(nul);
     return run;
 }
 
