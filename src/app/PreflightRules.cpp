@@ -38,7 +38,8 @@ PreflightActions& App::performRegistryBasedChecks(PreflightActions& actions)
 {
     const wchar_t* tag = L"App::performRegistryBasedChecks";
     // Rule names come from the root the job is not under, their values
-    // always from the new root: a rule works when its key stands in both.
+    // always from the new root: for a job under the new root a rule works
+    // only when its key stands under both roots.
     corestring namesKey = rulesKey(g_updateRecord.bLegacyUpgrade ? GetNewRootKeyPath() : GetLegacyRootKeyPath());
     CORE::StringList names;
     RegistryListSubkeys(names, namesKey.c_str(), false);

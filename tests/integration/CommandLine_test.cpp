@@ -7,6 +7,7 @@
 // or a desktop agent ("TOVI") whose result never asks for a restart, run in
 // test mode or with the lab's stand-in installer that exits with 0.
 #include "JobFixture.h"
+#include "MsiLab.h"
 #include "StandInInstaller.h"
 
 namespace it {
@@ -17,8 +18,8 @@ const wchar_t* const kShare = L"\\\\fileserver\\deploy\\agent.msi";
 // No kind of agent has this name: the run finds nothing to install (-4).
 const wchar_t* const kNoAgent = L"NONE";
 
-// The usage text exactly as the tool prints it, standard output being in
-// text mode: every line feed arrives as CR LF.
+// The usage text exactly as the tool prints it; its console copy ends every
+// line in CR LF.
 std::string UsageText()
 {
     std::string text = "zenthra-updatetool.exe [-help] [-force] [-test] [<version filename>]\n"
@@ -57,7 +58,9 @@ size_t CountOf(const std::string& text, const std::string& needle)
     return count;
 }
 
-class CommandLine : public NoRestartJobTest {
+// The TOVI cases read the installed version from "ProductVersion", which
+// only counts when no agent product is installed (the demo leaves one).
+class CommandLine : public WithoutLabProducts<NoRestartJobTest> {
 protected:
     const std::wstring key_ = JobKey(kNewRoot, L"job");
 

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "JobFixture.h"
+#include "PreflightLab.h"
 
 namespace it {
 namespace {
@@ -147,7 +148,18 @@ private:
     std::mt19937 rng_;
 };
 
-class JobInputFuzz : public JobTest {};
+// Generated "OPTIONS" and "RETRY" reach the real preflight check: no
+// reboot-pending key may stand, or a run could restart the lab.
+class JobInputFuzz : public JobTest {
+protected:
+    void SetUp() override
+    {
+        JobTest::SetUp();
+        for (const wchar_t* key : {kAutoUpdateRebootKey, kServicingRebootKey, kTarvelleNeedRebootKey,
+                                   kKesmarcNeedRebootKey})
+            DeleteMachineTree(key);
+    }
+};
 
 TEST_F(JobInputFuzz, TwoHundredGeneratedJobsEachEndCleanlyWithAKnownState)
 {

@@ -224,13 +224,15 @@ TEST_F(PlatformCheck, RelaunchOfTheLegacyWorkflowChecks)
 TEST_F(PlatformCheck, PreflightOnlyRunDoesNotCheck)
 {
     const std::wstring payload = MakePayload(L"agent.msi");
-    WriteUpdatingJob(L"32-BitAgent", payload, kNoAgent, {{L"OPTIONS", L"PREFLIGHTCHECK_ENABLED=1"}});
-    JobRun job = RunCompleted();
-    // A preflight result, whatever the lab's machine answered.
-    EXPECT_LE(job.run.exitCode, -9);
-    EXPECT_GE(job.run.exitCode, -14);
+    // RETRY 2: a pending reboot, should the lab ever have one, can't restart it.
+    WriteUpdatingJob(L"32-BitAgent", payload, kNoAgent,
+                     {{L"OPTIONS", L"PREFLIGHTCHECK_ENABLED=1"}, {L"RETRY", L"2"}});
+    // The job's share doesn't exist in the lab, so the check ends at the share path.
+    JobRun job = RunExpecting(-14);
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "App::CheckPlatform:"));
     EXPECT_TRUE(LacksLine(Messages(job), "=== Check Version ==="));
+    EXPECT_TRUE(HasWrittenValues(key_, {"DONE", "PREFLIGHTCHECK_FAILURE", Narrow(payload),
+                                        "PREFLIGHT_ERR_INVALID_UNC_PATH", "", "2"}));
     EXPECT_TRUE(PathExists(payload));
 }
 

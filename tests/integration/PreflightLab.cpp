@@ -118,13 +118,6 @@ void PreflightTest::UseLegacyJob()
 
 void PreflightTest::WritePreflightJob(const PreflightJob& job)
 {
-    // A pending reboot with retries left would restart the prefix under the
-    // harness's feet.
-    wchar_t* end = nullptr;
-    long retry = std::wcstol(job.retry.c_str(), &end, 0);
-    if (job.retry.empty() || *end != L'\0' || retry < 2)
-        throw std::runtime_error("a preflight job in this harness needs RETRY 2 or more, not \"" +
-                                 Narrow(job.retry) + "\"");
     std::vector<std::pair<std::wstring, std::wstring>> values = {
         {L"AGENT", L"NONE"},     {L"VERSION", L"4.2.0"}, {L"ARCH", L"64-BitAgent"},
         {L"OPTIONS", job.options}, {L"STATE", job.state}, {L"RESULT", L""},
@@ -134,6 +127,18 @@ void PreflightTest::WritePreflightJob(const PreflightJob& job)
     else
         values.emplace_back(L"UNC_PATH", job.unc);
     values.insert(values.end(), job.extra.begin(), job.extra.end());
+    // A pending reboot with retries left would restart the prefix under the
+    // harness's feet. The last "RETRY" written is the one that counts, also
+    // when an extra value replaces it.
+    std::wstring retryText;
+    for (const auto& [name, text] : values)
+        if (::CompareStringOrdinal(name.c_str(), -1, L"RETRY", -1, TRUE) == CSTR_EQUAL)
+            retryText = text;
+    wchar_t* end = nullptr;
+    long retry = std::wcstol(retryText.c_str(), &end, 0);
+    if (retryText.empty() || *end != L'\0' || retry < 2)
+        throw std::runtime_error("a preflight job in this harness needs RETRY 2 or more, not \"" +
+                                 Narrow(retryText) + "\"");
     WriteJob(jobKey_, values);
 }
 

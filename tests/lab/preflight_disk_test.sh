@@ -20,7 +20,10 @@ fi
 umount "$probe" && rmdir "$probe"
 
 lab_extra_close() {
-  if [ -n "${small:-}" ] && mountpoint -q "$small"; then umount "$small"; fi
+  if [ -n "${small:-}" ] && mountpoint -q "$small" && ! umount "$small"; then
+    echo "FAILED: could not unmount $small"
+    exit 1
+  fi
   rm -f "$prefix/dosdevices/t:"
 }
 lab_open "${1:?usage: preflight_disk_test.sh BUILD}" preflight-disk

@@ -21,9 +21,10 @@ lab_open() {
 }
 
 # Further clean-up a test needs before its prefix goes: define lab_extra_close.
+# It runs after the prefix's processes have ended.
 lab_close() {
-  declare -F lab_extra_close >/dev/null && lab_extra_close
   "$scripts/lab.sh" stop "$prefix" >/dev/null 2>&1
+  declare -F lab_extra_close >/dev/null && lab_extra_close
   rm -rf "$prefix" "$prefix.lock" "$work"
 }
 
@@ -49,6 +50,15 @@ case_end() {
 }
 
 ok() { echo "ok: $1"; }
+
+# Whether a wineboot of this prefix (not of another lab on the machine) runs.
+own_wineboot() {
+  local pid
+  for pid in $(pgrep -f wineboot); do
+    tr '\0' '\n' < "/proc/$pid/environ" 2>/dev/null | grep -qxF "WINEPREFIX=$prefix" && return 0
+  done
+  return 1
+}
 bad() { echo "FAILED: $1"; status=1; }
 check() {  # check DESCRIPTION COMMAND...
   local what=$1
@@ -57,8 +67,9 @@ check() {  # check DESCRIPTION COMMAND...
 }
 
 winpath() { wine winepath -w "$1" 2>/dev/null | tr -d '\r'; }
-put() { wine reg add "$1" /v "$2" /t REG_SZ /d "$3" /f >/dev/null 2>&1; }
-make_key() { wine reg add "$1" /f >/dev/null 2>&1; }
+# A set-up step that fails is reported, so that later checks don't puzzle.
+put() { wine reg add "$1" /v "$2" /t REG_SZ /d "$3" /f >/dev/null 2>&1 || bad "setup: could not write $1\\$2"; }
+make_key() { wine reg add "$1" /f >/dev/null 2>&1 || bad "setup: could not make $1"; }
 drop_key() { wine reg delete "$1" /f >/dev/null 2>&1; }
 drop_value() { wine reg delete "$1" /v "$2" /f >/dev/null 2>&1; }
 value() { wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | awk -v n="$2" '$1 == n { $1 = ""; $2 = ""; sub(/^ +/, ""); print }'; }
@@ -93,7 +104,7 @@ run_tool() {  # run_tool FOLDER NAME
   # Wine carries a restart out with a wineboot of its own, which ends any
   # process that starts meanwhile: let it finish before looking.
   for _ in $(seq 100); do
-    pgrep -f 'wineboot' >/dev/null || break
+    own_wineboot || break
     sleep 0.2
   done
   console=$(tr -d '\r' < "$run_output")

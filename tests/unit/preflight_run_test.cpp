@@ -123,7 +123,12 @@ TEST_F(PreflightRunTest, LegacyWorkflowFirstHalfEndsReadyAndTheRelaunchGoesOnToT
     RunResult second = runAsNewProcess();
     EXPECT_TRUE(p.logHas(kSkip));
     EXPECT_FALSE(p.network.calls.empty());  // the share copy ran
-    EXPECT_NE(ERR_PREFLIGHTCHECK_OK, second);
+    // The job's checksum doesn't match the fake's bytes: a failed fetch to retry.
+    EXPECT_EQ(ERR_FAILURE, second);
+    EXPECT_EQ(L"READY", text(kLegacyJob, L"STATE"));
+    EXPECT_EQ(L"PROGRESS", text(kLegacyJob, L"RESULT"));
+    EXPECT_EQ(L"UNC_CHECKSUM_MISMATCH_ERROR", text(kLegacyJob, L"ERRORCODE"));
+    EXPECT_EQ(L"1", text(kLegacyJob, L"RETRY"));
 }
 
 TEST_F(PreflightRunTest, BothOptionsMeanTheLegacyWorkflow)

@@ -20,11 +20,13 @@ UpdateAgent::Answer Win32UpdateAgent::QueryInstallerBusy()
     static const auto initialize = LazyExport<decltype(&::CoInitializeEx)>(L"ole32.dll", "CoInitializeEx");
     static const auto create = LazyExport<decltype(&::CoCreateInstance)>(L"ole32.dll", "CoCreateInstance");
     static const auto uninitialize = LazyExport<decltype(&::CoUninitialize)>(L"ole32.dll", "CoUninitialize");
+    // Taken once, right after the lookups, so later looks report the same cause.
+    static const DWORD loadError = initialize && create && uninitialize ? 0 : ::GetLastError();
 
     Answer answer;
-    if (!initialize || !create || !uninitialize) {
+    if (loadError || !initialize || !create || !uninitialize) {
         answer.failure = Failure::CreateInstaller;
-        answer.error = HRESULT_FROM_WIN32(::GetLastError());
+        answer.error = HRESULT_FROM_WIN32(loadError ? loadError : ERROR_PROC_NOT_FOUND);
         return answer;
     }
 
