@@ -1,6 +1,8 @@
 // Jobs under DOWNLOAD whose share path, size or checksum is malformed: each
 // gets a named failure, the run ends cleanly, and the job's state is saved
 // (a failed fetch with retries left goes back to READY with "PROGRESS").
+#include <map>
+
 #include "ShareLab.h"
 
 namespace it {
@@ -26,6 +28,20 @@ std::wstring Expand(const std::wstring& text, const std::wstring& share)
     for (size_t at = out.find(mark); at != std::wstring::npos; at = out.find(mark, at + share.size()))
         out.replace(at, mark.size(), share);
     return out;
+}
+
+// The error table's description of each name these cases can end with.
+std::string DescriptionOf(const std::string& name)
+{
+    static const std::map<std::string, std::string> descriptions = {
+        {"UNC_BAD_NET_NAME", "The network name could not be found."},
+        {"UNC_ACCESS_DENIED", "Access to the network path was denied."},
+        {"UNC_FILE_NOT_FOUND", "The specified file was not found on the network path."},
+        {"UNC_COPIED_FILE_SIZE_MISMATCH_ERROR", "Filesize mismatch error"},
+        {"UNC_CHECKSUM_MISMATCH_ERROR", "Checksum mismatch error"},
+    };
+    auto it = descriptions.find(name);
+    return it == descriptions.end() ? "<no description for " + name + ">" : it->second;
 }
 
 class BadShareInput : public ShareTest, public ::testing::WithParamInterface<BadInput> {};
@@ -55,7 +71,7 @@ TEST_P(BadShareInput, FailsByNameAndSavesTheJob)
                     fileName.compare(fileName.size() - input.fileNameEnd.size(), std::string::npos,
                                      input.fileNameEnd) == 0)
             << fileName;
-    EXPECT_FALSE(ReadText(key, L"ERRORDESC").value_or("").empty());
+    EXPECT_EQ(DescriptionOf(input.errorCode), ReadText(key, L"ERRORDESC").value_or("<absent>"));
     std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
     ASSERT_TRUE(entries.has_value());
     EXPECT_EQ(1u, entries->size());
