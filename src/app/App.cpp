@@ -122,23 +122,17 @@ RunResult App::Update()
             rebootMode = isTovi ? 0 : 2;
 
         std::uint32_t launchResult = agent->Launch(testMode, rebootMode, options, &exitCode);
+        copyVersions(*agent);
 
         // Success and reboot are recognised for a GenericAgent only; for a
         // ToviAgent the run result stays as it was whatever the installer did.
         if (isGeneric && launchResult == kLaunchExitCodeFailure) {
             LogLine(L"%s: agent reboot required", tag);
-            copyVersions(*agent);
             result = ERR_REBOOT;
-            launchFailed = true;
-            break;
-        }
-        if (isGeneric && launchResult == kLaunchOk) {
+        } else if (isGeneric && launchResult == kLaunchOk) {
             LogLine(L"%s: agent update succeeded", tag);
             result = ERR_NOAGENT;
-            copyVersions(*agent);
-            continue;
         }
-        copyVersions(*agent);
         if (launchResult != kLaunchOk) {
             launchFailed = true;
             break;

@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "app/App.h"
+#include "app/wmain.h"
 #include "app/TextFile.h"
 #include "diagnostics/ToolLog.h"
 #include "platform/Services.h"
@@ -10,24 +11,11 @@ using CORE::keywordEquals;
 
 namespace {
 
-// The program's own file name, without its directory; empty when the
-// platform can't tell.
-corestring programFileName()
-{
-    wchar_t buffer[2048] = {};
-    DWORD n = platform::processes().GetModuleFileNameW(nullptr, buffer, 2047);
-    if (n == 0)
-        return corestring();
-    buffer[2047] = L'\0';
-    const wchar_t* slash = wcsrchr(buffer, L'\\');
-    return corestring(slash ? slash + 1 : buffer);
-}
-
 // Goes to standard output only: nobody reads the tool log for it.
 void printUsage()
 {
     corestring usage;
-    corestring name = programFileName();
+    corestring name = ProgramFileName();
     corestring::format(usage, L"%s [-help] [-force] [-test] [<version filename>]\n", name.c_str());
     usage.append(L"-help              : usage help\n");
     usage.append(L"-force             : force updates\n");

@@ -2,6 +2,7 @@
 #include "app/App.h"
 #include "diagnostics/ToolLog.h"
 #include "fetch/ErrorInfo.h"
+#include "platform/FileHandle.h"
 #include "platform/Services.h"
 #include "registry/Registry.h"
 #include "update/UpdateRecord.h"
@@ -152,16 +153,15 @@ bool App::isValidUNCPath(const corestring& path)
     LogLine(L"%s: validating UNC path format and required permissions, UNC: %s", tag, path.c_str());
     // The tool's own rights, no connection made first: the path must name
     // the installer file itself.
-    platform::FileSystem& files = platform::files();
-    HANDLE file = files.CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
-    if (file == INVALID_HANDLE_VALUE) {
+    platform::FileHandle file(platform::files().CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL));
+    if (!file.valid()) {
         ErrorInfo info = Util_GetErrorInfo(::GetLastError());
         LogLine(L"%s: No required permission on the SMB share or the provided UNC path is not a complete installer file "
                 L"path, (error): %s",
                 tag, info.description.c_str());
         return false;
     }
-    files.CloseHandle(file);
     return true;
 }
 

@@ -40,15 +40,6 @@ bool needRebootPending()
     return underNew || underLegacy;
 }
 
-corestring ownFileName()
-{
-    wchar_t buffer[2047] = {};
-    platform::processes().GetModuleFileNameW(nullptr, buffer, 2047);
-    buffer[2046] = L'\0';
-    const wchar_t* slash = wcsrchr(buffer, L'\\');
-    return corestring(slash ? slash + 1 : buffer);
-}
-
 // An exact comparison that ignores case, over min(length + 1, limit).
 bool archIs(const corestring& arch, const wchar_t* literal, int limit)
 {
@@ -57,6 +48,15 @@ bool archIs(const corestring& arch, const wchar_t* literal, int limit)
 }
 
 }  // namespace
+
+corestring ProgramFileName()
+{
+    wchar_t buffer[2047] = {};
+    platform::processes().GetModuleFileNameW(nullptr, buffer, 2047);
+    buffer[2046] = L'\0';
+    const wchar_t* slash = wcsrchr(buffer, L'\\');
+    return corestring(slash ? slash + 1 : buffer);
+}
 
 bool IsUpdateToolEnabled()
 {
@@ -102,7 +102,7 @@ RunResult RunUpdateTool()
     // Held until the process exits; never closed.
     platform::processes().CreateMutexW(TRUE, L"Global\\3D7E0C14-6AB2-4F95-B0E1-92C5F7A3D168");
     if (::GetLastError() == ERROR_ALREADY_EXISTS) {
-        LogLine(L"%s duplicate instance, exit now\n", ownFileName().c_str());
+        LogLine(L"%s duplicate instance, exit now\n", ProgramFileName().c_str());
         return ERR_DUPLICATE;
     }
 

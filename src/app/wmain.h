@@ -7,5 +7,8 @@ RunResult RunUpdateTool();
 bool IsUpdateToolEnabled();
 // The legacy workflow's marker that the first half has run.
 bool IsPreflightCheckComplete();
+// The program's own file name without its folder; empty when the platform
+// can't tell.
+CORE::corestring ProgramFileName();
 // The platform check of a job's "ARCH" against the host.
 RunResult CheckPlatform(const CORE::corestring& arch, bool hostX64);

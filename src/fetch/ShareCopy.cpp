@@ -72,7 +72,7 @@ bool Util_CopyFileFromUNC(const wchar_t* source)
     LogLine(L"%s: Copying file from source %s", tag, source);
 
     corestring workspace = Util_GetWorkspace();
-    corestring name = Util_GetFileNamePart(corestring::toBackslashes(r.sUNC.c_str()));
+    corestring name = Util_GetFileNamePart(r.sUNC);
     corestring destination = workspace;
     destination.appendPath(name.c_str());
     // Named before the copy, so that the record names it even when the copy fails.

@@ -109,7 +109,6 @@ bool Util_UpdatePreflightCheckCompleteReg(bool complete)
 {
     const wchar_t* tag = L"Util_UpdatePreflightCheckCompleteReg";
     corestring text(complete ? L"1" : L"0");
-    DWORD number = static_cast<DWORD>(std::wcstoul(ParseNumberText(text).c_str(), nullptr, 0));
 
     // Always the new root: the relaunch of a legacy workflow looks only there.
     corestring path = GetNewRootKeyPath();
@@ -118,16 +117,7 @@ bool Util_UpdatePreflightCheckCompleteReg(bool complete)
     path.append(L"\\");
     path.append(L"PreflightCheckComplete");
 
-    corestring subkey;
-    corestring name;
-    bool written = false;
-    if (HKEY hive = ParseRegistryPath(path.c_str(), subkey, name)) {
-        platform::KeyStore& keys = platform::keys();
-        OpenKey key;
-        written = keys.RegCreateKeyExW(hive, subkey.c_str(), 0, KEY_WRITE, key.out(), nullptr) == ERROR_SUCCESS &&
-                  keys.RegSetValueExW(key.get(), name.c_str(), REG_DWORD, reinterpret_cast<const BYTE*>(&number),
-                                      sizeof number) == ERROR_SUCCESS;
-    }
+    bool written = RegistryWrite(text, path.c_str(), REG_DWORD, false, false);
     if (!written)
         LogLine(L"%s: Update key: %s failed to update preflightcheckcomplete flag for value: %s", tag,
                 g_updateRecord.sUpdateKey.c_str(), text.c_str());

@@ -24,7 +24,7 @@ UpdateAgent::Answer Win32UpdateAgent::QueryInstallerBusy()
     static const DWORD loadError = initialize && create && uninitialize ? 0 : ::GetLastError();
 
     Answer answer;
-    if (loadError || !initialize || !create || !uninitialize) {
+    if (!initialize || !create || !uninitialize) {
         answer.failure = Failure::CreateInstaller;
         answer.error = HRESULT_FROM_WIN32(loadError ? loadError : ERROR_PROC_NOT_FOUND);
         return answer;
