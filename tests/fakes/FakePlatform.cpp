@@ -66,4 +66,32 @@ bool FakePlatform::logHas(const std::wstring& message) const
     return false;
 }
 
+std::size_t FakePlatform::countOf(const std::wstring& message) const
+{
+    std::size_t n = 0;
+    for (const std::wstring& line : logLines())
+        n += line == message;
+    return n;
+}
+
+bool FakePlatform::hasLineStartingWith(const std::wstring& prefix) const
+{
+    for (const std::wstring& line : logLines())
+        if (line.rfind(prefix, 0) == 0)
+            return true;
+    return false;
+}
+
+std::vector<std::wstring> FakePlatform::linesOf(std::initializer_list<const wchar_t*> tags) const
+{
+    std::vector<std::wstring> out;
+    for (const std::wstring& line : logLines())
+        for (const wchar_t* tag : tags)
+            if (line.rfind(std::wstring(tag) + L": ", 0) == 0) {
+                out.push_back(line);
+                break;
+            }
+    return out;
+}
+
 }  // namespace fakes

@@ -1,6 +1,9 @@
 #pragma once
 // Every service of the tool faked at once, installed for one test's life,
 // with the process-wide state of the tool put back to a fresh start.
+#include <initializer_list>
+
+#include "core/string/corestring.h"
 #include "fakes/FakeFileSystem.h"
 #include "fakes/FakeHashing.h"
 #include "fakes/FakeInstaller.h"
@@ -23,6 +26,13 @@ public:
     // The lines written to the process-wide tool log since construction.
     std::vector<std::wstring> logLines() const;
     bool logHas(const std::wstring& message) const;
+    // How many log lines are exactly the message; whether one begins with the prefix.
+    std::size_t countOf(const std::wstring& message) const;
+    bool hasLineStartingWith(const std::wstring& prefix) const;
+    // The log lines whose tag (the text before ": ") is the one given, or
+    // one of those given, in order.
+    std::vector<std::wstring> linesOf(const std::wstring& tag) const { return linesOf({tag.c_str()}); }
+    std::vector<std::wstring> linesOf(std::initializer_list<const wchar_t*> tags) const;
 
     FakeKeyStore keys;
     FakeFileSystem files;
@@ -40,6 +50,12 @@ private:
     static platform::Services servicesOf(FakePlatform& p);
     ScopedServices m_scope;
 };
+
+// The whole of a corestring, embedded terminators included.
+inline std::wstring whole(const CORE::corestring& s)
+{
+    return std::wstring(s.c_str(), static_cast<std::size_t>(s.length()));
+}
 
 // Splits a log text into its messages: the part behind "<stamp>: " of each
 // CR LF line.

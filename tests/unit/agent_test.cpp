@@ -715,7 +715,9 @@ TEST(AgentLaunchHelper, UnreadableExitCodeGivesThreeAndStillClosesBothHandles)
     EXPECT_EQ((std::vector<HANDLE>{env.processes.thread, env.processes.process}), env.processes.closed);
     EXPECT_TRUE(env.logHas(L"Agent::LaunchHelper: ERROR: GetExitCodeProcess failed: " +
                            errorTextOf(ERROR_INVALID_HANDLE)));
-    EXPECT_TRUE(env.linesOf(L"Agent::LaunchHelper").back().find(L"returned") == std::wstring::npos);
+    std::vector<std::wstring> lines = env.linesOf(L"Agent::LaunchHelper");
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(std::wstring::npos, lines.back().find(L"returned"));
 }
 
 // ---- IsHostX64 ----

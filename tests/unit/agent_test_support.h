@@ -116,19 +116,28 @@ struct AgentPlatform {
         files.addFile(kWorkspace + L"\\" + name, std::string("MZ"));
     }
 
-    std::vector<std::wstring> log() const { return p.logLines(); }
     bool logHas(const std::wstring& line) const { return p.logHas(line); }
-    // Lines of the log that begin with the tag and ": ".
-    std::vector<std::wstring> linesOf(const std::wstring& tag) const
-    {
-        std::vector<std::wstring> found;
-        for (const std::wstring& line : p.logLines())
-            if (line.rfind(tag + L": ", 0) == 0)
-                found.push_back(line);
-        return found;
-    }
+    std::vector<std::wstring> linesOf(const std::wstring& tag) const { return p.linesOf(tag); }
 };
 
 inline std::wstring errorTextOf(DWORD code) { return CORE::errorText(code).c_str(); }
+
+// What one Launch of an agent did.
+struct Launched {
+    std::uint32_t result;
+    std::uint32_t exitCode;
+    std::wstring commandLine;  // empty when nothing was started
+};
+
+// Launches the agent outside test mode; the exit code starts as 12345 so
+// that an untouched one shows.
+inline Launched launchAgent(AgentPlatform& env, Agent& agent, std::uint32_t rebootMode, const wchar_t* options)
+{
+    std::uint32_t exitCode = 12345;
+    size_t before = env.processes.launched.size();
+    std::uint32_t result = agent.Launch(false, rebootMode, corestring(options), &exitCode);
+    std::wstring line = env.processes.launched.size() > before ? env.processes.launched.back() : std::wstring();
+    return {result, exitCode, line};
+}
 
 }  // namespace agent_test

@@ -18,7 +18,7 @@ namespace {
 const std::wstring kWorkspace = L"C:\\Windows\\Temp\\updatetool-data";
 const std::wstring kJob = L"Software\\Tarvelle\\Zenthra\\Agent\\Update\\Job1";
 
-std::wstring whole(const corestring& s) { return std::wstring(s.c_str(), static_cast<std::size_t>(s.length())); }
+using fakes::whole;
 
 struct AppInitTest : ::testing::Test {
     FakePlatform p;
@@ -38,13 +38,7 @@ struct AppInitTest : ::testing::Test {
             return nullptr;
         return dynamic_cast<Kind*>(app.agents.front());
     }
-    bool hasLineStartingWith(const std::wstring& prefix) const
-    {
-        for (const std::wstring& line : p.logLines())
-            if (line.rfind(prefix, 0) == 0)
-                return true;
-        return false;
-    }
+    bool hasLineStartingWith(const std::wstring& prefix) const { return p.hasLineStartingWith(prefix); }
 };
 
 }  // namespace

@@ -23,7 +23,7 @@ const std::wstring kNewAgentKey = L"Software\\Tarvelle\\Zenthra\\Agent";
 const std::wstring kLegacyAgentKey = L"Software\\Kesmarc, Inc.\\Kesmarc TQM\\Agent";
 const wchar_t* kNewUpgradeCode = L"{6E1F3A90-52D7-4B1C-9C3E-7A40D2B1F6E8}";
 
-std::wstring whole(const corestring& s) { return std::wstring(s.c_str(), static_cast<std::size_t>(s.length())); }
+using fakes::whole;
 
 struct LaunchCall {
     std::wstring agent;
@@ -144,21 +144,8 @@ struct AppUpdateTest : ::testing::Test {
         return std::vector<std::wstring>(lines.begin() + static_cast<std::ptrdiff_t>(std::min(mark, lines.size())),
                                          lines.end());
     }
-    std::vector<std::wstring> linesOf(const wchar_t* tag) const
-    {
-        std::vector<std::wstring> out;
-        for (const std::wstring& line : p.logLines())
-            if (line.rfind(std::wstring(tag) + L": ", 0) == 0)
-                out.push_back(line);
-        return out;
-    }
-    bool hasLineStartingWith(const std::wstring& prefix) const
-    {
-        for (const std::wstring& line : p.logLines())
-            if (line.rfind(prefix, 0) == 0)
-                return true;
-        return false;
-    }
+    std::vector<std::wstring> linesOf(const wchar_t* tag) const { return p.linesOf(tag); }
+    bool hasLineStartingWith(const std::wstring& prefix) const { return p.hasLineStartingWith(prefix); }
     void expectNoDetails() const
     {
         EXPECT_TRUE(g_updateRecord.sErrorCode.empty()) << whole(g_updateRecord.sErrorCode);

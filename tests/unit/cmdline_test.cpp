@@ -26,7 +26,7 @@ const std::wstring kUsageBody =
     L"-test              : don't do updates\n"
     L"<version filename> : version override configuration file\n";
 
-std::wstring whole(const corestring& s) { return std::wstring(s.c_str(), static_cast<std::size_t>(s.length())); }
+using fakes::whole;
 
 struct CmdlineTest : ::testing::Test {
     FakePlatform p;
@@ -41,14 +41,7 @@ struct CmdlineTest : ::testing::Test {
         p.files.addFile(kWorkspace + L"\\" + name, bytes);
     }
 
-    std::vector<std::wstring> linesOf(const wchar_t* tag) const
-    {
-        std::vector<std::wstring> out;
-        for (const std::wstring& line : p.logLines())
-            if (line.rfind(std::wstring(tag) + L": ", 0) == 0)
-                out.push_back(line);
-        return out;
-    }
+    std::vector<std::wstring> linesOf(const wchar_t* tag) const { return p.linesOf(tag); }
 };
 
 }  // namespace
@@ -389,13 +382,7 @@ struct CmdlineRun : ::testing::Test {
         put(L"VERSION", version);
         put(L"FILENAME", filename);
     }
-    bool hasLineStartingWith(const std::wstring& prefix) const
-    {
-        for (const std::wstring& line : p.logLines())
-            if (line.rfind(prefix, 0) == 0)
-                return true;
-        return false;
-    }
+    bool hasLineStartingWith(const std::wstring& prefix) const { return p.hasLineStartingWith(prefix); }
 };
 
 }  // namespace

@@ -49,13 +49,7 @@ protected:
             p.keys.putString(HKEY_LOCAL_MACHINE, kRules + L"\\" + name, n, v);
     }
 
-    size_t countOf(const std::wstring& line) const
-    {
-        size_t n = 0;
-        for (const std::wstring& l : p.logLines())
-            n += l == line;
-        return n;
-    }
+    size_t countOf(const std::wstring& line) const { return p.countOf(line); }
 
     FakePlatform p;
     App app;

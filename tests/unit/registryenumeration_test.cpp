@@ -19,7 +19,7 @@ const wchar_t* kKeyPath = L"HKLM\\Software\\Tarvelle\\Zenthra\\Agent\\Update\\Jo
 const wchar_t* kParent = L"Software\\Tarvelle\\Zenthra\\Agent\\Update";
 const wchar_t* kParentPath = L"HKLM\\Software\\Tarvelle\\Zenthra\\Agent\\Update\\";
 
-std::wstring whole(const corestring& s) { return std::wstring(s.c_str(), static_cast<std::size_t>(s.length())); }
+using fakes::whole;
 
 std::vector<std::wstring> names(const CORE::StringList& list)
 {

@@ -16,7 +16,7 @@ namespace {
 
 const std::wstring kFile = L"C:\\data\\text.txt";
 
-std::wstring whole(const corestring& s) { return std::wstring(s.c_str(), static_cast<std::size_t>(s.length())); }
+using fakes::whole;
 
 using Bytes = std::vector<unsigned char>;
 

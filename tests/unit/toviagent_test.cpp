@@ -19,20 +19,10 @@ void putProductVersion(AgentPlatform& env, const wchar_t* text)
     env.p.keys.putString(HKEY_LOCAL_MACHINE, L"Software\\Tarvelle\\Zenthra", L"ProductVersion", text);
 }
 
-struct Launched {
-    std::uint32_t result;
-    std::uint32_t exitCode;
-    std::wstring commandLine;  // empty when nothing was started
-};
-
 Launched launch(AgentPlatform& env, const wchar_t* file, std::uint32_t rebootMode = 0, const wchar_t* options = L"")
 {
     ToviAgent agent{corestring(), corestring(file)};
-    std::uint32_t exitCode = 12345;
-    size_t before = env.processes.launched.size();
-    std::uint32_t result = agent.Launch(false, rebootMode, corestring(options), &exitCode);
-    std::wstring line = env.processes.launched.size() > before ? env.processes.launched.back() : std::wstring();
-    return {result, exitCode, line};
+    return launchAgent(env, agent, rebootMode, options);
 }
 
 std::uint32_t resultForExitCode(AgentPlatform& env, DWORD code)

@@ -125,26 +125,9 @@ protected:
         return p.keys.stringValue(HKEY_LOCAL_MACHINE, jobKey(root, name), value);
     }
 
-    // The messages whose tag is one of these, in order.
-    std::vector<std::wstring> linesOf(std::initializer_list<const wchar_t*> tags) const
-    {
-        std::vector<std::wstring> out;
-        for (const std::wstring& line : p.logLines())
-            for (const wchar_t* tag : tags)
-                if (line.rfind(std::wstring(tag) + L": ", 0) == 0) {
-                    out.push_back(line);
-                    break;
-                }
-        return out;
-    }
+    std::vector<std::wstring> linesOf(std::initializer_list<const wchar_t*> tags) const { return p.linesOf(tags); }
 
-    std::size_t countOf(const std::wstring& message) const
-    {
-        std::size_t n = 0;
-        for (const std::wstring& line : p.logLines())
-            n += line == message;
-        return n;
-    }
+    std::size_t countOf(const std::wstring& message) const { return p.countOf(message); }
 
     fakes::FakePlatform p;
 

@@ -20,7 +20,7 @@ namespace {
 const std::wstring kNewJobs = L"Software\\Tarvelle\\Zenthra\\Agent\\Update";
 const std::wstring kLegacyJobs = L"Software\\Kesmarc, Inc.\\Kesmarc TQM\\Agent\\Update";
 
-std::wstring whole(const corestring& s) { return std::wstring(s.c_str(), static_cast<std::size_t>(s.length())); }
+using fakes::whole;
 
 std::vector<std::wstring> texts(const CORE::StringList& list)
 {
