@@ -377,6 +377,13 @@ void WriteFileBytes(const std::wstring& path, const std::string& bytes)
     ::CloseHandle(file);
 }
 
+bool IsHost64Bit()
+{
+    SYSTEM_INFO info{};
+    ::GetNativeSystemInfo(&info);
+    return info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_AMD64;
+}
+
 std::string FileVersionOf(const std::wstring& path)
 {
     DWORD ignored = 0;

@@ -79,6 +79,10 @@ std::vector<std::wstring> FindFilesRecursive(const std::wstring& folder, const s
 std::optional<std::string> ReadFileBytes(const std::wstring& path);
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 
+// Whether the host counts as 64-bit the way the tool counts it: an AMD64
+// processor only, read independently of the tool.
+bool IsHost64Bit();
+
 // Four-part file version from a file's version resource ("a.b.c.d"), read
 // independently of the tool; empty when there is none.
 std::string FileVersionOf(const std::wstring& path);

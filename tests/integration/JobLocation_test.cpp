@@ -30,10 +30,7 @@ TEST_F(JobLocation, JobUnderTheNewRootIsWrittenBackThereAndTheLegacyRootStaysUnt
     const std::wstring key = JobKey(kNewRoot, L"{5B7A1C2E-0001}");
     WriteJob(key, ReadyJob());
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
 
     EXPECT_TRUE(HasWrittenValues(key, {"READY", "OK", "C:\\dl\\agent.msi", "", "", "1"}));
     // Instructions are read, never written.
@@ -43,9 +40,8 @@ TEST_F(JobLocation, JobUnderTheNewRootIsWrittenBackThereAndTheLegacyRootStaysUnt
     EXPECT_EQ(ReadText(key, L"ARCH"), "64-BitAgent");
     EXPECT_FALSE(ReadValue(key, L"PreflightCheckComplete").has_value());
     EXPECT_FALSE(KeyExists(kLegacyRoot));
-    EXPECT_TRUE(NoRebootMarker());
 
-    const std::vector<std::string>& m = job.log->messages;
+    const std::vector<std::string>& m = Messages(job);
     EXPECT_TRUE(HasLinesInOrder(m, {
         "UtilGetActiveUpdate: No Kesmarc active updates",
         "UtilGetActiveUpdate: Check for Tarvelle active updates",
@@ -80,10 +76,7 @@ TEST_F(JobLocation, JobUnderTheLegacyRootIsWrittenBackUnderBothRootsAndTheNewRoo
     WriteJob(legacyKey, ReadyJob(L"FAILURE"));
     ASSERT_FALSE(KeyExists(newKey));
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
 
     const WrittenValues expected{"READY", "FAILURE", "C:\\dl\\agent.msi", "", "", "1"};
     EXPECT_TRUE(HasWrittenValues(legacyKey, expected));
@@ -96,9 +89,8 @@ TEST_F(JobLocation, JobUnderTheLegacyRootIsWrittenBackUnderBothRootsAndTheNewRoo
     // No preflight ran, so its completion marker is written nowhere.
     EXPECT_FALSE(ReadValue(newKey, L"PreflightCheckComplete").has_value());
     EXPECT_FALSE(ReadValue(legacyKey, L"PreflightCheckComplete").has_value());
-    EXPECT_TRUE(NoRebootMarker());
 
-    const std::vector<std::string>& m = job.log->messages;
+    const std::vector<std::string>& m = Messages(job);
     EXPECT_TRUE(HasLinesInOrder(m, {
         "UtilGetActiveUpdate: Kesmarc to Tarvelle agent upgrade detected",
         "UtilGetActiveUpdate: Update key: legacy-job",
@@ -129,16 +121,13 @@ TEST_F(JobLocation, JobsUnderBothRootsTheLegacyOneWinsAndTheOtherIsNeitherReadNo
                       {L"STATE", L"UPDATING"}, {L"RESULT", L"PROGRESS"}, {L"RETRY", L"2"}});
     std::map<std::wstring, RegValue> newBefore = ReadAllValues(newKey);
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
 
     EXPECT_TRUE(HasWrittenValues(legacyKey, {"READY", "OK", "C:\\dl\\agent.msi", "", "", "1"}));
     EXPECT_TRUE(HasWrittenValues(JobKey(kNewRoot, L"job-legacy"), {"READY", "OK", "C:\\dl\\agent.msi", "", "", "1"}));
     EXPECT_EQ(ReadAllValues(newKey), newBefore);
 
-    const std::vector<std::string>& m = job.log->messages;
+    const std::vector<std::string>& m = Messages(job);
     EXPECT_TRUE(HasLinesInOrder(m, {"UtilGetActiveUpdate: Kesmarc to Tarvelle agent upgrade detected",
                                     "UtilGetActiveUpdate: Update key: job-legacy"}));
     EXPECT_TRUE(LacksLineStartingWith(m, "Update key: job-new "));
@@ -157,11 +146,8 @@ TEST_F(JobLocation, JobsOfOneNameUnderBothRootsTheLegacyValuesReplaceTheSixValue
                       {L"ERRORDESC", L"new failure"}});
     WriteDword(newKey, L"PreflightCheckComplete", 0);
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
     // The new root's UPDATING job would have ended with -4.
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
 
     const WrittenValues legacyValues{"READY", "OK", "C:\\dl\\agent.msi", "", "", "1"};
     EXPECT_TRUE(HasWrittenValues(legacyKey, legacyValues));
@@ -177,7 +163,7 @@ TEST_F(JobLocation, JobsOfOneNameUnderBothRootsTheLegacyValuesReplaceTheSixValue
     EXPECT_EQ(marker->type, static_cast<DWORD>(REG_DWORD));
     EXPECT_EQ(marker->data, (std::vector<BYTE>{0, 0, 0, 0}));
 
-    const std::vector<std::string>& m = job.log->messages;
+    const std::vector<std::string>& m = Messages(job);
     EXPECT_TRUE(ContainsMessage(m, "Update key: shared-job AGENT = OTHER"));
     EXPECT_TRUE(LacksLine(m, "Update key: shared-job AGENT = TOVI"));
     EXPECT_TRUE(ContainsMessage(m, "UtilManageUpdateState: Update key: shared-job current state: READY result:OK"));
@@ -205,14 +191,11 @@ TEST_F(JobLocation, OfTwoJobsUnderOneRootOnlyTheFirstInEnumerationOrderIsHandled
         WriteString(secondKey, L"RETRY", L"5");
         std::map<std::wstring, RegValue> secondBefore = ReadAllValues(secondKey);
 
-        JobRun job = RunJob();
-        ASSERT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(job.run.exitCode, -1);
+        JobRun job = RunExpecting(-1);
         EXPECT_TRUE(HasWrittenValues(firstKey, {"READY", "OK", "C:\\dl\\agent.msi", "", "", "1"}));
         EXPECT_EQ(ReadAllValues(secondKey), secondBefore);
-        EXPECT_TRUE(ContainsMessage(job.log->messages, "UtilGetActiveUpdate: Update key: aa-job"));
-        EXPECT_TRUE(LacksLineStartingWith(job.log->messages, "Update key: zz-job "));
+        EXPECT_TRUE(ContainsMessage(Messages(job), "UtilGetActiveUpdate: Update key: aa-job"));
+        EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Update key: zz-job "));
         if (root == kLegacyRoot) {
             EXPECT_FALSE(KeyExists(JobKey(kNewRoot, L"zz-job")));
             EXPECT_TRUE(HasWrittenValues(JobKey(kNewRoot, L"aa-job"), {"READY", "OK", "C:\\dl\\agent.msi", "", "", "1"}));
@@ -225,17 +208,13 @@ TEST_F(JobLocation, EmptyJobKeyUnderTheNewRootEndsWithMinusOneAndGetsTheDefaultV
     const std::wstring key = JobKey(kNewRoot, L"empty-job");
     WriteJob(key, {});
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
     // A key was found, so the closing steps write the record's defaults.
     EXPECT_TRUE(HasWrittenValues(key, {"READY", "", "", "", "", "0"}));
     EXPECT_EQ(ValueNames(key).size(), 6u);
     EXPECT_FALSE(KeyExists(kLegacyRoot));
-    EXPECT_TRUE(NoRebootMarker());
 
-    EXPECT_TRUE(HasLinesInOrder(job.log->messages, {
+    EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "UtilGetActiveUpdate: Update key: empty-job",
         "UtilGetRegistry: Tarvelle Update key: empty-job empty key",
         "Util_GetUpdateState: Update key: empty-job Registry failure",
@@ -243,7 +222,7 @@ TEST_F(JobLocation, EmptyJobKeyUnderTheNewRootEndsWithMinusOneAndGetsTheDefaultV
         "UtilManageUpdateState: Update key: empty-job current state: READY result:",
         "UtilManageUpdateState: Update key: empty-job new state: READY result: ",
     }));
-    EXPECT_TRUE(LacksLineStartingWith(job.log->messages, "Update key: empty-job "));
+    EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Update key: empty-job "));
 
     std::optional<std::vector<JsonValue>> entries = TelemetryEntries();
     ASSERT_TRUE(entries.has_value());
@@ -256,19 +235,15 @@ TEST_F(JobLocation, EmptyJobKeyUnderTheLegacyRootIsNamedAsSuchAndWrittenUnderBot
     const std::wstring key = JobKey(kLegacyRoot, L"empty-job");
     WriteJob(key, {});
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(HasWrittenValues(key, {"READY", "", "", "", "", "0"}));
     EXPECT_TRUE(HasWrittenValues(JobKey(kNewRoot, L"empty-job"), {"READY", "", "", "", "", "0"}));
-    EXPECT_TRUE(NoRebootMarker());
-    EXPECT_TRUE(HasLinesInOrder(job.log->messages, {
+    EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "UtilGetActiveUpdate: Kesmarc to Tarvelle agent upgrade detected",
         "UtilGetRegistry: Kesmarc Update key: empty-job empty key",
         "Util_GetUpdateState: Update key: empty-job Registry failure",
     }));
-    EXPECT_TRUE(LacksLine(job.log->messages, "UtilGetRegistry: Tarvelle Update key: empty-job empty key"));
+    EXPECT_TRUE(LacksLine(Messages(job), "UtilGetRegistry: Tarvelle Update key: empty-job empty key"));
 }
 
 TEST_F(JobLocation, KeyWhoseOnlyValueIsTheDefaultOneOrTooLargeCountsAsEmpty)
@@ -294,11 +269,8 @@ TEST_F(JobLocation, KeyWhoseOnlyValueIsTheDefaultOneOrTooLargeCountsAsEmpty)
         WriteJob(key, {});
         c.fill(key);
 
-        JobRun job = RunJob();
-        ASSERT_TRUE(job.log.has_value()) << job.run.out;
-        EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-        EXPECT_EQ(job.run.exitCode, -1);
-        EXPECT_TRUE(ContainsMessage(job.log->messages, "UtilGetRegistry: Tarvelle Update key: job empty key"));
+        JobRun job = RunExpecting(-1);
+        EXPECT_TRUE(ContainsMessage(Messages(job), "UtilGetRegistry: Tarvelle Update key: job empty key"));
         EXPECT_TRUE(HasWrittenValues(key, {"READY", "", "", "", "", "0"}));
     }
 }
@@ -309,11 +281,8 @@ TEST_F(JobLocation, KeyNameWithBlanksIsTrimmedSoTheKeyReadsEmptyAndTheTrimmedNam
     WriteJob(blankKey, ReadyJob());
     std::map<std::wstring, RegValue> before = ReadAllValues(blankKey);
 
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
-    EXPECT_TRUE(HasLinesInOrder(job.log->messages, {"UtilGetActiveUpdate: Update key: job",
+    JobRun job = RunExpecting(-1);
+    EXPECT_TRUE(HasLinesInOrder(Messages(job), {"UtilGetActiveUpdate: Update key: job",
                                                     "UtilGetRegistry: Tarvelle Update key: job empty key"}));
     EXPECT_EQ(ReadAllValues(blankKey), before);
     EXPECT_TRUE(HasWrittenValues(JobKey(kNewRoot, L"job"), {"READY", "", "", "", "", "0"}));
@@ -321,15 +290,11 @@ TEST_F(JobLocation, KeyNameWithBlanksIsTrimmedSoTheKeyReadsEmptyAndTheTrimmedNam
 
 TEST_F(JobLocation, NoJobAnywhereWritesNothingAndLeavesNoTelemetry)
 {
-    JobRun job = RunJob();
-    ASSERT_TRUE(job.log.has_value()) << job.run.out;
-    EXPECT_TRUE(IsCompletedRun(job.run, job.log));
-    EXPECT_EQ(job.run.exitCode, -1);
+    JobRun job = RunExpecting(-1);
     EXPECT_TRUE(SubkeyNames(UpdateKey(kNewRoot)).empty());
     EXPECT_FALSE(KeyExists(kLegacyRoot));
     EXPECT_FALSE(PathExists(TelemetryPath()));
-    EXPECT_TRUE(NoRebootMarker());
-    const std::vector<std::string>& m = job.log->messages;
+    const std::vector<std::string>& m = Messages(job);
     EXPECT_TRUE(HasLinesInOrder(m, {
         "UtilGetActiveUpdate: No Kesmarc active updates",
         "UtilGetActiveUpdate: Check for Tarvelle active updates",

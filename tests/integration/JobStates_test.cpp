@@ -35,14 +35,6 @@ protected:
 
 };
 
-bool IsHost64Bit()
-{
-    SYSTEM_INFO info{};
-    ::GetNativeSystemInfo(&info);
-    return info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_AMD64 ||
-           info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_ARM64;
-}
-
 // --- DOWNLOAD ----------------------------------------------------------------
 
 // A successful copy (WAIT/OK) and the copy's own failures are the share

@@ -6,8 +6,6 @@ namespace it {
 
 namespace {
 
-const wchar_t* const kOverrideKey = L"Software\\Wine\\AppDefaults\\zenthra-updatetool.exe\\DllOverrides";
-
 std::wstring systemDirectory()
 {
     wchar_t buffer[MAX_PATH];
@@ -15,21 +13,6 @@ std::wstring systemDirectory()
     if (!length || length >= MAX_PATH)
         throw std::runtime_error("GetSystemDirectoryW failed");
     return std::wstring(buffer, length);
-}
-
-void setOverride()
-{
-    HKEY key = nullptr;
-    LSTATUS rc = ::RegCreateKeyExW(HKEY_CURRENT_USER, kOverrideKey, 0, nullptr, 0, KEY_SET_VALUE | KEY_QUERY_VALUE,
-                                   nullptr, &key, nullptr);
-    if (rc != ERROR_SUCCESS)
-        throw std::runtime_error("can't create HKCU\\" + Narrow(kOverrideKey) + " (error " + std::to_string(rc) + ")");
-    const std::wstring order = L"native,builtin";
-    rc = ::RegSetValueExW(key, L"mpr", 0, REG_SZ, reinterpret_cast<const BYTE*>(order.c_str()),
-                          static_cast<DWORD>((order.size() + 1) * sizeof(wchar_t)));
-    ::RegCloseKey(key);
-    if (rc != ERROR_SUCCESS)
-        throw std::runtime_error("can't set the mpr override (error " + std::to_string(rc) + ")");
 }
 
 std::string quoted(const std::wstring& text) { return "\"" + Narrow(text) + "\""; }
@@ -48,12 +31,13 @@ void UseLabNetworkProvider()
     if (!provider)
         throw std::runtime_error("no lab network provider next to the harness: " + Narrow(built));
     // Wine looks for a native mpr.dll in system32 only, since the tool loads
-    // it from there alone; the override makes it come before Wine's own.
+    // it from there alone; the lab's per-program override (scripts/lab.sh)
+    // makes it come before Wine's own. Copied here as well, since a rebuild
+    // doesn't prepare the lab again.
     std::wstring installed = JoinPath(systemDirectory(), L"mpr.dll");
     if (ReadFileBytes(installed) != provider && !::CopyFileW(built.c_str(), installed.c_str(), FALSE))
         throw std::runtime_error("can't install " + Narrow(installed) + " (error " +
                                  std::to_string(::GetLastError()) + ")");
-    setOverride();
     done = true;
 }
 

@@ -17,9 +17,9 @@ inline constexpr const wchar_t* kLabShare = L"\\\\fileserver\\share";
 inline constexpr const wchar_t* kDigestOfMillionA =
     L"cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0";
 
-// Puts the provider built next to the harness into the prefix's system32 and
-// gives zenthra-updatetool.exe, and nothing else, a native-first override
-// for it. Idempotent; throws when the share or the provider is missing.
+// Puts the provider built next to the harness into the prefix's system32,
+// where the lab's override for zenthra-updatetool.exe alone finds it.
+// Idempotent; throws when the share or the provider is missing.
 void UseLabNetworkProvider();
 
 // A job test with a fresh folder on the lab's share, and runs that record

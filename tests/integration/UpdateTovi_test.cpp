@@ -28,13 +28,6 @@ const wchar_t* const kInstaller8_12 = L"Kesmarc-Zenthra-Agent-x86_64-8.12.0-9876
 // MsiEnumRelatedProductsW when no product of the upgrade code is installed.
 const char* const kNoMoreItems = "259";
 
-bool IsHost64Bit()
-{
-    SYSTEM_INFO info{};
-    ::GetNativeSystemInfo(&info);
-    return info.wProcessorArchitecture == PROCESSOR_ARCHITECTURE_AMD64;
-}
-
 // File names the platform lists for a pattern, in its order.
 std::vector<std::wstring> Listed(const std::wstring& pattern)
 {
