@@ -38,4 +38,5 @@ bench: build
 
 clean:
 	-scripts/lab.sh stop $(PREFIX)
+	-scripts/lab.sh stop $(abspath $(BUILD))/wineprefix-demo
 	rm -rf $(BUILD)

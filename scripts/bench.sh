@@ -120,6 +120,4 @@ if [ "${BENCH_BIG:-1}" != 0 ] && [ -f "$build/bin/bench_fetch.exe" ] && [ -f "$b
   printf '%-46s %8d %8d   %s\n' "Linux: sha256sum, processor time" "$f_min" "$f_med" "$cpu_r"
   printf '%-46s %8.1f MiB  (target < 32 MiB)\n' "tool: peak working set during a run" \
     "$(awk -v k="$peak_kib" 'BEGIN { print k / 1024 }')"
-  rm -rf "$big_dir" "$big_scratch"
-  trap - EXIT
 fi

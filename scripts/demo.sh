@@ -20,7 +20,9 @@ done
 product="Zenthra Lab Agent"
 new_version=8.12.0
 
-prefix="$build/wineprefix"
+# A prefix of its own, beside the test lab, which it leaves alone; it stays
+# after the demo for a look around and is made afresh by the next one.
+prefix="$build/wineprefix-demo"
 export WINEPREFIX="$prefix"
 . "$here/wine-env.sh"
 

@@ -4,8 +4,10 @@
 #                           wineserver and warm it up
 #   lab.sh stop PREFIX      end the prefix's wineserver and its processes
 #
-# The prefix is expected at BUILD/wineprefix: the lab's share \\fileserver\share
-# is BUILD/lab/share, and the lab's network provider is BUILD/bin/mpr.dll.
+# The prefix lives in BUILD (BUILD/wineprefix for the tests; the demo, the
+# benchmarks and the restart tests make their own beside it): the lab's share
+# \\fileserver\share is BUILD/lab/share, and the lab's network provider is
+# BUILD/bin/mpr.dll.
 set -euo pipefail
 cmd=${1:?usage: lab.sh prepare|stop PREFIX}
 export WINEPREFIX=${2:?usage: lab.sh prepare|stop PREFIX}
@@ -33,15 +35,14 @@ make_prefix() {
   echo "$LAB_VERSION" > "$marker"
 }
 
-# \\fileserver\share through the prefix's UNC mapping, unless the link already
-# leads to a folder (the demo points it at its own); and the provider, when
-# it has been built.
+# \\fileserver\share through the prefix's UNC mapping, and the provider,
+# when it has been built.
 lab_share() {
   local build link provider installed
   build=$(dirname "$WINEPREFIX")
   link="$WINEPREFIX/dosdevices/unc/fileserver/share"
   mkdir -p "$build/lab/share" "$(dirname "$link")"
-  [ -d "$link" ] || ln -sfn "$build/lab/share" "$link"
+  ln -sfn "$build/lab/share" "$link"
   provider="$build/bin/mpr.dll"
   installed="$WINEPREFIX/drive_c/windows/system32/mpr.dll"
   if [ -f "$provider" ] && ! cmp -s "$provider" "$installed"; then
