@@ -6,16 +6,106 @@ set -euo pipefail
 packages=(wine wine64 g++-mingw-w64-x86-64-posix msitools wixl cmake ninja-build
           libfmt-dev googletest dpkg-dev python3 openssl make)
 
-need_update=0
 # jsoncpp is built from Debian's source package, which needs a deb-src entry.
-if ! grep -rqsE '^(deb-src|Types:.*deb-src)' /etc/apt/sources.list /etc/apt/sources.list.d/; then
-  cat > /etc/apt/sources.list.d/zenthra-deb-src.sources <<'SRC'
-Types: deb-src
-URIs: http://deb.debian.org/debian
-Suites: bookworm bookworm-updates
-Components: main
-Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
-SRC
+# The machine already names its archive, mirror and key in its deb entries: the
+# deb-src entry is a copy of the one that carries the release's main archive.
+#   main_archive_src CODENAME FILE...   (FILE in the order apt reads them)
+# prints nothing when an enabled deb-src entry for CODENAME is there already,
+# else "sources" or "list" (the format of the entry found) followed by its
+# deb-src counterpart; fails when no deb entry fits.
+main_archive_src() {
+  awk -v codename="$1" '
+    function has(list, word,    n, i, w) {
+      n = split(list, w, /[ \t]+/)
+      for (i = 1; i <= n; i++) if (w[i] == word) return 1
+      return 0
+    }
+    # Among several entries for the suite, the one signed with the archive
+    # keyring is Debian itself.
+    function consider(types, suites, components, signed, text,    score) {
+      if (has(types, "deb-src") && has(suites, codename)) have_src = 1
+      if (!has(types, "deb") || !has(suites, codename) || !has(components, "main")) return
+      score = 1 + (signed ~ /debian-archive-keyring/)
+      if (score > best) { best = score; best_format = format; best_text = text }
+    }
+    # deb822: one stanza at a time, continuation lines kept with their field.
+    function stanza_end(    i, n, line, key, value, f, text, enabled) {
+      if (lines == 0) return
+      delete f
+      text = ""
+      for (i = 1; i <= lines; i++) {
+        line = stanza[i]
+        if (line ~ /^[ \t]/) { if (key != "types") text = text "\n" line; f[key] = f[key] " " line; continue }
+        key = tolower(line); sub(/:.*/, "", key)
+        value = line; sub(/^[^:]*:[ \t]*/, "", value)
+        f[key] = value
+        text = text (text == "" ? "" : "\n") (key == "types" ? "Types: deb-src" : line)
+      }
+      enabled = tolower(f["enabled"])
+      if (enabled != "no" && enabled != "false")
+        consider(f["types"], f["suites"], f["components"], f["signed-by"], text)
+      lines = 0
+    }
+    FNR == 1 { stanza_end(); format = FILENAME ~ /\.sources$/ ? "sources" : "list" }
+    format == "sources" {
+      if ($0 ~ /^#/) next
+      if ($0 ~ /^[ \t]*$/) { stanza_end(); next }
+      stanza[++lines] = $0
+      next
+    }
+    # One-line entries: TYPE [OPTIONS] URI SUITE COMPONENT...
+    {
+      line = $0
+      sub(/#.*/, "", line)
+      n = split(line, w, /[ \t]+/)
+      i = (w[1] == "") ? 2 : 1
+      type = w[i++]
+      if (type != "deb" && type != "deb-src") next
+      signed = ""
+      if (w[i] ~ /^\[/) {
+        for (; i <= n; i++) {
+          if (w[i] ~ /^(\[)?signed-by=/) signed = w[i]
+          if (w[i] ~ /\]$/) { i++; break }
+        }
+      }
+      components = ""
+      for (j = i + 2; j <= n; j++) components = components " " w[j]
+      text = line
+      sub(/^[ \t]*deb/, "deb-src", text)
+      sub(/[ \t]+$/, "", text)
+      consider(type, w[i + 1], components, signed, text)
+    }
+    END {
+      stanza_end()
+      if (have_src) exit 0
+      if (!best) exit 3
+      print best_format
+      print best_text
+    }
+  ' "${@:2}"
+}
+
+need_update=0
+codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+if [ -z "$codename" ]; then
+  echo "setup: /etc/os-release names no release codename; cannot tell which apt entry is the main archive" >&2
+  exit 1
+fi
+apt_files=()
+[ -f /etc/apt/sources.list ] && apt_files+=(/etc/apt/sources.list)
+while IFS= read -r f; do apt_files+=("$f"); done < <(
+  find /etc/apt/sources.list.d -maxdepth 1 -type f \( -name '*.list' -o -name '*.sources' \) \
+    ! -name '*.disabled*' 2>/dev/null | LC_ALL=C sort)
+if [ ${#apt_files[@]} -eq 0 ] || ! found=$(main_archive_src "$codename" "${apt_files[@]}"); then
+  echo "setup: no enabled deb entry for Debian's $codename main archive in /etc/apt/sources.list" \
+       "or /etc/apt/sources.list.d/*.{list,sources}; add one, or a deb-src entry, and run again" >&2
+  exit 1
+fi
+if [ -n "$found" ]; then
+  src_file=/etc/apt/sources.list.d/zenthra-deb-src.${found%%$'\n'*}
+  tail -n +2 <<<"$found" > "$src_file"
+  echo "setup: added $src_file for jsoncpp's source package:"
+  sed 's/^/  /' "$src_file"
   need_update=1
 fi
 
