@@ -12,14 +12,18 @@ add_library(zt_fmt INTERFACE)
 target_include_directories(zt_fmt SYSTEM INTERFACE ${ZT_FMT_DIR})
 target_compile_definitions(zt_fmt INTERFACE FMT_HEADER_ONLY)
 
-# jsoncpp: Debian's source package, unpacked into the build tree and built
-# here for mingw as a static library.
-set(ZT_JSONCPP_SRC ${CMAKE_BINARY_DIR}/_deps/jsoncpp-src)
+# jsoncpp: Debian's source package at the version below (the one place that
+# names it), built here for mingw as a static library. The source is unpacked
+# once per machine outside the build tree; the build tree holds a link to it
+# under a name with the version, so a new version is fetched by the next
+# configure.
+set(ZT_JSONCPP_VERSION 1.9.5-4)
+set(ZT_JSONCPP_SRC ${CMAKE_BINARY_DIR}/_deps/jsoncpp-${ZT_JSONCPP_VERSION})
 if(NOT EXISTS ${ZT_JSONCPP_SRC}/CMakeLists.txt)
-  execute_process(COMMAND ${CMAKE_SOURCE_DIR}/scripts/fetch-jsoncpp.sh ${ZT_JSONCPP_SRC}
+  execute_process(COMMAND ${CMAKE_SOURCE_DIR}/scripts/fetch-jsoncpp.sh ${ZT_JSONCPP_VERSION} ${ZT_JSONCPP_SRC}
                   RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "could not unpack jsoncpp's Debian source package")
+    message(FATAL_ERROR "could not unpack jsoncpp's Debian source package ${ZT_JSONCPP_VERSION}")
   endif()
 endif()
 set(JSONCPP_WITH_TESTS OFF CACHE BOOL "" FORCE)
