@@ -3,9 +3,9 @@
 #include <cstring>
 #include <cwchar>
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "fetch/Workspace.h"
-#include "platform/Services.h"
+#include "platform/Handles.h"
 
 using CORE::corestring;
 
@@ -101,8 +101,8 @@ bool Agent::FindUpdateVersion(const corestring& namePrefix, bool archAware, cons
         pattern.append(L"*");
 
         WIN32_FIND_DATAW data{};
-        HANDLE find = platform::files().FindFirstFileW(pattern.c_str(), &data);
-        if (find == INVALID_HANDLE_VALUE) {
+        platform::FindHandle find(platform::files().FindFirstFileW(pattern.c_str(), &data));
+        if (!find) {
             DWORD error = ::GetLastError();
             LogLine(L"%s: FindFirstFile error: %s %s", kTag, pattern.c_str(), CORE::errorText(error).c_str());
             return false;
@@ -118,8 +118,7 @@ bool Agent::FindUpdateVersion(const corestring& namePrefix, bool archAware, cons
                 continue;
             found = true;
             break;
-        } while (platform::files().FindNextFileW(find, &data));
-        platform::files().FindClose(find);
+        } while (platform::files().FindNextFileW(find.get(), &data));
         if (!found)
             return false;
 
@@ -190,6 +189,8 @@ bool Agent::CompVersion()
     return upgradeNeeded;
 }
 
+LaunchVerdict Agent::Judge(std::uint32_t /*launchResult*/) const { return LaunchVerdict::None; }
+
 bool Agent::UpdateAvailable(bool force)
 {
     static const wchar_t kTag[] = L"Agent::UpdateAvailable";
@@ -234,14 +235,14 @@ std::uint32_t Agent::LaunchHelper(bool testMode, const corestring& commandLine, 
         LogLine(L"%s: ERROR: CreateProcess failed: %s", kTag, CORE::errorText(error).c_str());
         return kLaunchFailed;
     }
+    platform::ProcessHandle process(info.hProcess);
+    platform::ProcessHandle thread(info.hThread);
     // An installer has no time limit: it may legitimately take very long.
-    platform::processes().WaitForSingleObject(info.hProcess, INFINITE);
+    platform::processes().WaitForSingleObject(process.get(), INFINITE);
     DWORD code = 0;
-    BOOL gotCode = platform::processes().GetExitCodeProcess(info.hProcess, &code);
-    DWORD error = gotCode ? 0 : ::GetLastError();
-    platform::processes().CloseHandle(info.hThread);
-    platform::processes().CloseHandle(info.hProcess);
+    BOOL gotCode = platform::processes().GetExitCodeProcess(process.get(), &code);
     if (!gotCode) {
+        DWORD error = ::GetLastError();
         LogLine(L"%s: ERROR: GetExitCodeProcess failed: %s", kTag, CORE::errorText(error).c_str());
         return kLaunchFailed;
     }

@@ -16,6 +16,13 @@ enum LaunchResult : std::uint32_t {
     kLaunchExitCodeFailure = 4,  // the kind judged the exit code
 };
 
+// What a kind makes of an installer's end for the run as a whole.
+enum class LaunchVerdict {
+    None,            // nothing: the next run's version check tells
+    Succeeded,       // the update is done
+    RebootRequired,  // the machine must restart before the update counts
+};
+
 // major, minor, patch are signed; build is unsigned. Callers zero it first.
 struct VersionParts {
     std::int32_t major = 0;
@@ -39,6 +46,11 @@ public:
     // Builds the kind's command line and runs the installer; returns a LaunchResult.
     virtual std::uint32_t Launch(bool testMode, std::uint32_t rebootMode, const CORE::corestring& options,
                                  std::uint32_t* exitCode) = 0;
+    // rebootMode for Launch when this agent is the last to be updated in the
+    // run (one that isn't the last gets 1).
+    virtual std::uint32_t RebootModeAsLast() const { return 2; }
+    // Launch's result as the run sees it; most kinds leave it to the next run.
+    virtual LaunchVerdict Judge(std::uint32_t launchResult) const;
     // Splits "a.b.c[-d]" into parts; false with fewer than three tokens.
     virtual bool ParseVersion(const CORE::corestring& text, VersionParts& parts);
 

@@ -1,6 +1,6 @@
 #include "agent/GenericAgent.h"
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "update/UpdateRecord.h"
 
 using CORE::corestring;
@@ -48,4 +48,13 @@ std::uint32_t GenericAgent::Launch(bool testMode, std::uint32_t /*rebootMode*/, 
     default:
         return kLaunchExitCodeFailure;
     }
+}
+
+LaunchVerdict GenericAgent::Judge(std::uint32_t launchResult) const
+{
+    if (launchResult == kLaunchExitCodeFailure)
+        return LaunchVerdict::RebootRequired;
+    if (launchResult == kLaunchOk)
+        return LaunchVerdict::Succeeded;
+    return LaunchVerdict::None;
 }

@@ -11,4 +11,6 @@ public:
     bool GetVersion() override;
     std::uint32_t Launch(bool testMode, std::uint32_t rebootMode, const CORE::corestring& options,
                          std::uint32_t* exitCode) override;
+    // The installer's exit code alone tells: success, or a restart needed.
+    LaunchVerdict Judge(std::uint32_t launchResult) const override;
 };

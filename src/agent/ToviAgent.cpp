@@ -1,6 +1,6 @@
 #include "agent/ToviAgent.h"
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "registry/Registry.h"
 
 using CORE::corestring;

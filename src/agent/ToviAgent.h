@@ -11,4 +11,6 @@ public:
     bool GetVersion() override;
     std::uint32_t Launch(bool testMode, std::uint32_t rebootMode, const CORE::corestring& options,
                          std::uint32_t* exitCode) override;
+    // The agent's own installer restarts nothing by itself when it is last.
+    std::uint32_t RebootModeAsLast() const override { return 0; }
 };

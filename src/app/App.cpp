@@ -1,10 +1,9 @@
 #include "app/App.h"
 
-#include "agent/Agent.h"
 #include "agent/GenericAgent.h"
 #include "agent/ToviAgent.h"
 #include "diagnostics/FailureReport.h"
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "fetch/ErrorInfo.h"
 #include "fetch/Workspace.h"
 #include "platform/Services.h"
@@ -34,13 +33,6 @@ bool isCleanExit(std::uint32_t exitCode) { return exitCode == 3010 || exitCode =
 
 }  // namespace
 
-App::~App()
-{
-    // The agents themselves are deleted by Cleanup.
-    agents.clear();
-    updates.clear();
-}
-
 bool App::Init()
 {
     workspace = Util_GetWorkspace();
@@ -59,9 +51,9 @@ bool App::Init()
         // The job's values win over the override file, even when they are empty.
         overrideVersion = properties.get(L"VERSION");
         overrideFilename = properties.get(L"FILENAME");
-        agents.push_back(new ToviAgent(overrideVersion, overrideFilename));
+        agents.push_back(std::make_unique<ToviAgent>(overrideVersion, overrideFilename));
     } else if (keywordEquals(agent.c_str(), L"OTHER", true)) {
-        agents.push_back(new GenericAgent(properties.get(L"FILENAME")));
+        agents.push_back(std::make_unique<GenericAgent>(properties.get(L"FILENAME")));
     }
     // Any other kind: no agent, and the run ends as having nothing to update.
 
@@ -82,7 +74,7 @@ bool App::Init()
 bool App::CheckVersion()
 {
     const wchar_t* tag = L"App::CheckVersion";
-    for (Agent* agent : agents) {
+    for (const std::unique_ptr<Agent>& agent : agents) {
         if (!agent)
             continue;
         LogLine(L"=== Check Version ===");
@@ -93,7 +85,7 @@ bool App::CheckVersion()
         if (!agent->CompVersion())
             LogLine(L"%s: CompVersion does not require to upgrade", tag);
         if (agent->UpdateAvailable(forceUpdate))
-            updates.push_back(agent);
+            updates.push_back(agent.get());
         else
             LogLine(L"%s: Update not available", tag);
     }
@@ -115,23 +107,21 @@ RunResult App::Update()
     for (Agent* agent : updates) {
         if (!agent)
             continue;
-        const bool isTovi = dynamic_cast<ToviAgent*>(agent) != nullptr;
-        const bool isGeneric = dynamic_cast<GenericAgent*>(agent) != nullptr;
-        std::uint32_t rebootMode = 1;  // someone after this one restarts the machine
-        if (agent == last)
-            rebootMode = isTovi ? 0 : 2;
-
+        const std::uint32_t rebootMode = agent == last ? agent->RebootModeAsLast() : 1;
         std::uint32_t launchResult = agent->Launch(testMode, rebootMode, options, &exitCode);
         copyVersions(*agent);
 
-        // Success and reboot are recognised for a GenericAgent only; for a
-        // ToviAgent the run result stays as it was whatever the installer did.
-        if (isGeneric && launchResult == kLaunchExitCodeFailure) {
+        switch (agent->Judge(launchResult)) {
+        case LaunchVerdict::RebootRequired:
             LogLine(L"%s: agent reboot required", tag);
             result = ERR_REBOOT;
-        } else if (isGeneric && launchResult == kLaunchOk) {
+            break;
+        case LaunchVerdict::Succeeded:
             LogLine(L"%s: agent update succeeded", tag);
             result = ERR_NOAGENT;
+            break;
+        case LaunchVerdict::None:
+            break;
         }
         if (launchResult != kLaunchOk) {
             launchFailed = true;
@@ -165,11 +155,8 @@ RunResult App::Update()
 void App::Cleanup()
 {
     const wchar_t* tag = L"App::Cleanup";
-    // updates holds the same objects.
-    for (Agent* agent : agents)
-        delete agent;
-    agents.clear();
     updates.clear();
+    agents.clear();
 
     // Removed at the end of every run, the new root first.
     for (corestring root : {GetNewRootKeyPath(), GetLegacyRootKeyPath()}) {

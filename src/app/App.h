@@ -1,14 +1,14 @@
 #pragma once
 #include <list>
+#include <memory>
 #include <set>
 
-#include "app/RunResult.h"
+#include "agent/Agent.h"
+#include "core/NoCaseMap.h"
 #include "core/string/corestring.h"
-#include "update/NoCaseMap.h"
+#include "update/RunResult.h"
 
 using CORE::corestring;
-
-class Agent;
 
 // Orders preflight action names as CompareStringW does with locale 1024 and
 // no flags: case-sensitive, by the user's collation.
@@ -22,7 +22,6 @@ using PreflightActions = std::set<corestring, PreflightActionOrder>;
 class App {
 public:
     App() = default;
-    ~App();
     App(const App&) = delete;
     App& operator=(const App&) = delete;
 
@@ -58,8 +57,8 @@ public:
     bool preflightEnabled = false;
     bool legacyWorkflow = false;
     NoCaseMap properties;
-    std::list<Agent*> agents;   // owned until Cleanup
-    std::list<Agent*> updates;  // chosen by CheckVersion
+    std::list<std::unique_ptr<Agent>> agents;  // until Cleanup
+    std::list<Agent*> updates;                 // chosen by CheckVersion, among agents
 
 private:
     // Looks again every minute, ten times at most; false when updates are

@@ -2,9 +2,9 @@
 #include <vector>
 
 #include "app/App.h"
-#include "app/wmain.h"
+#include "app/RunSequence.h"
 #include "app/TextFile.h"
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "platform/Services.h"
 
 using CORE::keywordEquals;

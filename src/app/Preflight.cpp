@@ -1,8 +1,8 @@
 // The preflight check: whether this machine could take an update now.
 #include "app/App.h"
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "fetch/ErrorInfo.h"
-#include "platform/FileHandle.h"
+#include "platform/Handles.h"
 #include "platform/Services.h"
 #include "registry/Registry.h"
 #include "update/UpdateRecord.h"

@@ -3,8 +3,9 @@
 #include <algorithm>
 
 #include "app/App.h"
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "registry/Registry.h"
+#include "registry/RegistryEnumeration.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateRecordReader.h"
 

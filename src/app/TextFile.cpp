@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/FileHandle.h"
+#include "platform/Handles.h"
 #include "platform/Services.h"
 
 using CORE::corestring;

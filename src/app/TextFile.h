@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "core/string/corestring.h"
-#include "update/NoCaseMap.h"
+#include "core/NoCaseMap.h"
 
 // Reads the whole file. UTF-16 little endian is recognised by its mark, or
 // by a zero second byte; anything else is multi-byte text in codePage, which

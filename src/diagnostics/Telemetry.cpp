@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "core/log/LogLine.h"
 #include "diagnostics/ToolLog.h"
-#include "platform/FileHandle.h"
+#include "platform/Handles.h"
 #include "platform/Services.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateState.h"
@@ -159,8 +160,8 @@ bool Util_UpdateDataForTelemetry()
         LogLine(L"%s: Saving to json file - %s completed", kTag, path.c_str());
         return true;
     }
+    // The log line leaves the error in place for the caller.
     ::SetLastError(error);
     LogLine(L"%s: Failed to save to json file - %s", kTag, path.c_str());
-    ::SetLastError(error);
     return false;
 }

@@ -1,26 +1,16 @@
 #include "diagnostics/ToolLog.h"
 
 #include <cstdlib>
+#include <memory>
 
 #include <fmt/format.h>
 
 #include "fetch/Workspace.h"
-#include "platform/FileHandle.h"
+#include "platform/Handles.h"
 #include "platform/Services.h"
 #include "registry/Registry.h"
 
-using CORE::coremstring;
-
 namespace {
-
-corestring stampNow()
-{
-    struct __timeb64 now {};
-    platform::clock().ftime64(now);
-    struct tm local {};
-    platform::clock().localtime64(now.time, local);
-    return FormatTimeStamp(local, L'-', L'.', 0, now.millitm);
-}
 
 bool writeAll(HANDLE file, const void* data, DWORD bytes)
 {
@@ -95,13 +85,13 @@ void ToolLog::Open(ToolLog& log, bool registerExit)
 
 void ToolLog::WriteLine(ToolLog& log, const corestring& message)
 {
-    corestring console = stampNow();
+    corestring console = NowAsText(L'-', L'.', 0);
     console.append(L": ");
     console.append(message);
     console.append(L"\n");
     platform::console().Write(console.c_str(), console.length());
 
-    log.m_text.append(stampNow());
+    log.m_text.append(NowAsText(L'-', L'.', 0));
     log.m_text.append(L": ");
     log.m_text.append(message);
     log.m_text.append(L"\r\n");
@@ -123,21 +113,6 @@ void ToolLog::Close(ToolLog& log)
 }
 
 void ToolLog::Close() { Close(TheToolLog()); }
-
-void LogLine(const wchar_t* format, ...)
-{
-    corestring line;
-    va_list args;
-    va_start(args, format);
-    try {
-        corestring::vformat(line, 8192, format, args);
-    } catch (...) {
-        va_end(args);
-        throw;
-    }
-    va_end(args);
-    ToolLog::WriteLine(TheToolLog(), line);
-}
 
 corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
                            wchar_t millisecondsSeparator, int milliseconds)
@@ -175,32 +150,21 @@ corestring NowAsText(wchar_t dateSeparator, wchar_t timeSeparator, wchar_t milli
 
 std::string GetFileVersionString(const wchar_t* path)
 {
+    platform::FileSystem& files = platform::files();
     DWORD ignored = 0;
-    DWORD size = ::GetFileVersionInfoSizeW(path, &ignored);
+    DWORD size = files.GetFileVersionInfoSizeW(path, &ignored);
     if (!size)
         return std::string();
-    void* data = std::calloc(1, size);
+    // Zeroed; running out of memory here is the framework's OutOfMem.
+    std::unique_ptr<void, decltype(&std::free)> data(std::calloc(1, size), &std::free);
     if (!data)
         CORE::throwOutOfMem();
-    std::string text;
     VS_FIXEDFILEINFO* info = nullptr;
     UINT infoSize = 0;
-    if (::GetFileVersionInfoW(path, 0, size, data) &&
-        ::VerQueryValueA(data, "\\", reinterpret_cast<void**>(&info), &infoSize) && info && infoSize &&
-        info->dwSignature == 0xFEEF04BD) {
-        text = fmt::format("{}.{}.{}.{}", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
-                           HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
-    }
-    std::free(data);
-    return text;
-}
-
-void DeliveryLogCallback(int level, const char* format, va_list arguments)
-{
-    static const wchar_t* const prefixes[] = {L"[DEBUG] ", L"[INFO] ", L"[WARNING] ", L"[ERROR] "};
-    coremstring narrow;
-    coremstring::vformat(narrow, 8192, format, arguments);
-    corestring line(prefixes[level]);
-    line.append(CORE::to_wstr(narrow.c_str(), narrow.length(), 65001));
-    ToolLog::WriteLine(TheToolLog(), line);
+    if (!files.GetFileVersionInfoW(path, 0, size, data.get()) ||
+        !files.VerQueryValueA(data.get(), "\\", reinterpret_cast<void**>(&info), &infoSize) || !info || !infoSize ||
+        info->dwSignature != 0xFEEF04BD)
+        return std::string();
+    return fmt::format("{}.{}.{}.{}", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
+                       HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
 }

@@ -1,15 +1,16 @@
 #pragma once
 // The tool's own log: the whole text is kept in memory and the whole UTF-16
 // file is rewritten for every line, so the file is complete at every moment.
-#include <cstdarg>
 #include <ctime>
 #include <string>
 
+#include "core/log/LogSink.h"
 #include "core/string/corestring.h"
 
 using CORE::corestring;
 
-class ToolLog {
+// The sink of every LogLine once it is installed (CORE::SetLogSink).
+class ToolLog final : public CORE::LogSink {
 public:
     // Directory, file name, banner; registers Close for process exit when
     // registerExit is set (the process-wide log does, test instances don't).
@@ -18,6 +19,8 @@ public:
     // "=== End ===" on the process-wide log, then its fields are released.
     static void Close();
     static void Close(ToolLog& log);
+
+    void Write(const corestring& message) override { WriteLine(*this, message); }
 
     const corestring& path() const { return m_path; }
     const corestring& text() const { return m_text; }
@@ -30,10 +33,6 @@ private:
 // The one process-wide instance. Never destroyed: Close releases its text.
 ToolLog& TheToolLog();
 
-// Formats with the Microsoft printf conventions and writes one line to the
-// process-wide log: LogLine(L"%s: Update key: %s", L"UtilGetActiveUpdate", key.handle()).
-void LogLine(const wchar_t* format, ...);
-
 // "InstallLogsDir" under the new root, else the legacy root, else the workspace.
 corestring GetInstallerLogsRoot();
 // The tool's own folder below it: GetInstallerLogsRoot() + "updatetool".
@@ -42,4 +41,3 @@ corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t
                            wchar_t millisecondsSeparator, int milliseconds);
 corestring NowAsText(wchar_t dateSeparator, wchar_t timeSeparator, wchar_t millisecondsSeparator);
 std::string GetFileVersionString(const wchar_t* path);  // "" when there is none
-void DeliveryLogCallback(int level, const char* format, va_list arguments);

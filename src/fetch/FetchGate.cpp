@@ -1,6 +1,6 @@
 #include "fetch/FetchGate.h"
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateState.h"
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "fetch/ErrorInfo.h"
 #include "fetch/FetchGate.h"
 #include "fetch/Verification.h"

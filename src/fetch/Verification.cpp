@@ -2,10 +2,9 @@
 
 #include <cwchar>
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "fetch/ErrorInfo.h"
-#include "platform/FileHandle.h"
-#include "platform/Services.h"
+#include "platform/Handles.h"
 #include "update/UpdateRecord.h"
 
 namespace {
@@ -16,6 +15,53 @@ HANDLE openForReading(const wchar_t* filename)
 {
     return platform::files().CreateFileW(filename, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING,
                                          FILE_ATTRIBUTE_NORMAL);
+}
+
+// SHA-256 of an open file into `digest`; each failing step logs its line.
+bool hashFile(HANDLE file, std::vector<unsigned char>& digest, const wchar_t* tag)
+{
+    platform::Hashing& hashing = platform::hashing();
+    // Each handle is taken over only once the call that makes it succeeded.
+    BCRYPT_ALG_HANDLE opened = nullptr;
+    if (hashing.BCryptOpenAlgorithmProvider(&opened, L"SHA256", nullptr, 0) != 0) {
+        LogLine(L"%s: BCryptOpenAlgorithmProvider failed.", tag);
+        return false;
+    }
+    platform::HashAlgorithmHandle provider(opened);
+
+    ULONG digestLength = 0;
+    ULONG got = 0;
+    if (hashing.BCryptGetProperty(provider.get(), L"HashDigestLength", reinterpret_cast<PUCHAR>(&digestLength),
+                                  sizeof digestLength, &got, 0) != 0) {
+        LogLine(L"%s: BCryptGetProperty failed.", tag);
+        return false;
+    }
+    // The provider allocates the hash object itself.
+    BCRYPT_HASH_HANDLE created = nullptr;
+    if (hashing.BCryptCreateHash(provider.get(), &created, nullptr, 0, nullptr, 0, 0) != 0) {
+        LogLine(L"%s: BCryptCreateHash failed.", tag);
+        return false;
+    }
+    platform::HashHandle hash(created);
+
+    // One fixed buffer: no payload is ever held in memory. A failed read
+    // ends the stream like its end; the digest then won't match.
+    unsigned char buffer[kReadPiece];
+    for (;;) {
+        DWORD read = 0;
+        if (!platform::files().ReadFile(file, buffer, kReadPiece, &read) || read == 0)
+            break;
+        if (hashing.BCryptHashData(hash.get(), buffer, read, 0) != 0) {
+            LogLine(L"%s: BCryptHashData failed.", tag);
+            return false;
+        }
+    }
+    digest.resize(digestLength);
+    if (hashing.BCryptFinishHash(hash.get(), digest.data(), digestLength, 0) != 0) {
+        LogLine(L"%s: BCryptFinishHash failed.", tag);
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -58,60 +104,11 @@ bool Util_ComputeCheckSum(const wchar_t* filename, std::vector<unsigned char>& d
         return false;
     }
 
-    platform::Hashing& hashing = platform::hashing();
-    BCRYPT_ALG_HANDLE provider = nullptr;
-    BCRYPT_HASH_HANDLE hash = nullptr;
-    bool ok = false;
-    do {
-        if (hashing.BCryptOpenAlgorithmProvider(&provider, L"SHA256", nullptr, 0) != 0) {
-            provider = nullptr;
-            LogLine(L"%s: BCryptOpenAlgorithmProvider failed.", tag);
-            break;
-        }
-        ULONG digestLength = 0;
-        ULONG got = 0;
-        if (hashing.BCryptGetProperty(provider, L"HashDigestLength", reinterpret_cast<PUCHAR>(&digestLength),
-                                      sizeof digestLength, &got, 0) != 0) {
-            LogLine(L"%s: BCryptGetProperty failed.", tag);
-            break;
-        }
-        // The provider allocates the hash object itself.
-        if (hashing.BCryptCreateHash(provider, &hash, nullptr, 0, nullptr, 0, 0) != 0) {
-            hash = nullptr;
-            LogLine(L"%s: BCryptCreateHash failed.", tag);
-            break;
-        }
-        // One fixed buffer: no payload is ever held in memory. A failed read
-        // ends the stream like its end; the digest then won't match.
-        unsigned char buffer[kReadPiece];
-        bool hashed = true;
-        for (;;) {
-            DWORD read = 0;
-            if (!platform::files().ReadFile(file.get(), buffer, kReadPiece, &read) || read == 0)
-                break;
-            if (hashing.BCryptHashData(hash, buffer, read, 0) != 0) {
-                LogLine(L"%s: BCryptHashData failed.", tag);
-                hashed = false;
-                break;
-            }
-        }
-        if (!hashed)
-            break;
-        digest.resize(digestLength);
-        if (hashing.BCryptFinishHash(hash, digest.data(), digestLength, 0) != 0) {
-            LogLine(L"%s: BCryptFinishHash failed.", tag);
-            break;
-        }
-        ok = true;
-    } while (false);
-
-    if (!ok)
+    if (!hashFile(file.get(), digest, tag)) {
         Util_SetFailureFromCode(static_cast<std::uint32_t>(-3));
-    if (hash)
-        hashing.BCryptDestroyHash(hash);
-    if (provider)
-        hashing.BCryptCloseAlgorithmProvider(provider, 0);
-    return ok;
+        return false;
+    }
+    return true;
 }
 
 bool Util_CompareCheckSum(const std::vector<unsigned char>& digest)

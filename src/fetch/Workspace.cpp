@@ -1,6 +1,7 @@
 #include "fetch/Workspace.h"
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
+#include "fetch/DeliveryLog.h"
 #include "platform/Services.h"
 #include "update/UpdateRecord.h"
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "platform/win.h"
+#include "core/win.h"
 #include <ctime>
 #include <sys/timeb.h>
 

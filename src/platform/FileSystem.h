@@ -1,5 +1,5 @@
 #pragma once
-#include "platform/win.h"
+#include "core/win.h"
 
 namespace platform {
 
@@ -25,6 +25,11 @@ public:
                                      PULARGE_INTEGER total, PULARGE_INTEGER totalFree) = 0;
     virtual DWORD GetCurrentDirectoryW(DWORD size, LPWSTR buffer) = 0;
     virtual BOOL PathFileExistsW(LPCWSTR path) = 0;
+    // A file's version resource: its size, the block itself, and a value
+    // inside the block (VerQueryValueA works on the block alone).
+    virtual DWORD GetFileVersionInfoSizeW(LPCWSTR path, LPDWORD handle) = 0;
+    virtual BOOL GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data) = 0;
+    virtual BOOL VerQueryValueA(LPCVOID block, LPCSTR subBlock, LPVOID* buffer, PUINT length) = 0;
 };
 
 }  // namespace platform

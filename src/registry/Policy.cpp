@@ -5,10 +5,10 @@
 
 #include <cwchar>
 
-#include "registry/OpenKey.h"
+#include "platform/Handles.h"
 #include "registry/Registry.h"
 
-using registry_detail::OpenKey;
+using platform::KeyHandle;
 
 namespace {
 
@@ -21,7 +21,7 @@ std::uint32_t attemptRead(corestring& out, HKEY hive, const corestring& subkey, 
                           std::uint32_t requiredType, REGSAM rights, LSTATUS& lastOpenStatus)
 {
     platform::KeyStore& keys = platform::keys();
-    OpenKey user;
+    KeyHandle user;
     HKEY parent = hive;
     if (hive == HKEY_CURRENT_USER) {
         lastOpenStatus = keys.RegOpenCurrentUser(rights, user.out());
@@ -29,7 +29,7 @@ std::uint32_t attemptRead(corestring& out, HKEY hive, const corestring& subkey, 
             return kRegReadFailed;
         parent = user.get();
     }
-    OpenKey key;
+    KeyHandle key;
     lastOpenStatus = keys.RegOpenKeyExW(parent, subkey.c_str(), 0, rights, key.out());
     if (lastOpenStatus != ERROR_SUCCESS)
         return kRegReadFailed;

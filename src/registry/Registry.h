@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "core/string/corestring.h"
-#include "platform/win.h"
+#include "core/win.h"
 
 using CORE::corestring;
 

@@ -3,10 +3,10 @@
 #include <cwchar>
 #include <iterator>
 
-#include "registry/OpenKey.h"
+#include "platform/Handles.h"
 #include "registry/Registry.h"
 
-using registry_detail::OpenKey;
+using platform::KeyHandle;
 
 namespace {
 
@@ -106,7 +106,7 @@ bool RegistryKeyExists(corestring path)
         if (!std::wcsstr(path.c_str(), prefix.word))
             continue;
         corestring subkey = replaceAll(path, prefix.word, L"");
-        OpenKey key;
+        KeyHandle key;
         return platform::keys().RegOpenKeyExW(prefix.hive, subkey.c_str(), 0, KEY_READ, key.out()) == ERROR_SUCCESS;
     }
     return false;

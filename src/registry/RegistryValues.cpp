@@ -1,12 +1,13 @@
 // Reading and writing single values by full path; every value is text here.
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
-#include "diagnostics/ToolLog.h"
-#include "registry/OpenKey.h"
+#include "core/log/LogLine.h"
+#include "platform/Handles.h"
 #include "registry/Registry.h"
 
-using registry_detail::OpenKey;
+using platform::KeyHandle;
 
 namespace {
 
@@ -61,18 +62,13 @@ void RegistryExpandText(corestring& text)
         text = corestring();
         return;
     }
-    auto* expanded = static_cast<wchar_t*>(std::malloc(needed * sizeof(wchar_t)));
+    std::unique_ptr<wchar_t, decltype(&std::free)> expanded(
+        static_cast<wchar_t*>(std::malloc(needed * sizeof(wchar_t))), &std::free);
     if (!expanded)
         CORE::throwOutOfMem();
-    const DWORD written = keys.ExpandEnvironmentStringsW(text.c_str(), expanded, needed);
-    try {
-        if (written != 0 && written <= needed)
-            text.assign(expanded, written - 1);
-    } catch (...) {
-        std::free(expanded);
-        throw;
-    }
-    std::free(expanded);
+    const DWORD written = keys.ExpandEnvironmentStringsW(text.c_str(), expanded.get(), needed);
+    if (written != 0 && written <= needed)
+        text.assign(expanded.get(), written - 1);
 }
 
 std::uint32_t RegistryReadValue(corestring& out, HKEY key, const wchar_t* name, std::uint32_t requiredType)
@@ -131,7 +127,7 @@ std::uint32_t RegistryRead(corestring& out, const wchar_t* path, std::uint32_t r
     if (!hive)
         return failRead(out, ERROR_PATH_NOT_FOUND);
 
-    OpenKey key;
+    KeyHandle key;
     LSTATUS status =
         platform::keys().RegOpenKeyExW(hive, subkey.c_str(), 0, withView(KEY_QUERY_VALUE, use32BitRegistry), key.out());
     if (status != ERROR_SUCCESS)
@@ -178,7 +174,7 @@ bool RegistryWrite(const corestring& value, const wchar_t* path, std::uint32_t t
     }
 
     platform::KeyStore& keys = platform::keys();
-    OpenKey key;
+    KeyHandle key;
     LSTATUS status =
         keys.RegCreateKeyExW(hive, subkey.c_str(), 0, withView(KEY_WRITE, use32BitRegistry), key.out(), nullptr);
     if (status == ERROR_SUCCESS && type != kRegAnyType)

@@ -1,7 +1,7 @@
 #include "update/Reboot.h"
 
-#include "diagnostics/ToolLog.h"
-#include "platform/Services.h"
+#include "core/log/LogLine.h"
+#include "platform/Handles.h"
 #include "update/RetrySettings.h"
 #include "update/UpdateRecord.h"
 
@@ -39,11 +39,12 @@ bool Util_Reboot()
 {
     platform::Power& power = platform::power();
 
-    HANDLE token = nullptr;
-    if (!power.OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token)) {
+    HANDLE opened = nullptr;
+    if (!power.OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &opened)) {
         LogLine(L"Unable to open process token for self");
         return false;
     }
+    platform::TokenHandle token(opened);
 
     TOKEN_PRIVILEGES privileges{};
     // Its result goes unchecked; the adjustment's return is the one test.
@@ -51,12 +52,11 @@ bool Util_Reboot()
     privileges.PrivilegeCount = 1;
     privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
 
-    if (!power.AdjustTokenPrivileges(token, FALSE, &privileges, sizeof privileges, nullptr, nullptr)) {
+    if (!power.AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof privileges, nullptr, nullptr)) {
         LogLine(L"Unable to adjust token privileges");
-        power.CloseHandle(token);
         return false;
     }
-
-    power.CloseHandle(token);
+    // Closed before the restart is asked for, as the request may not return.
+    token.reset();
     return power.ExitWindowsEx(kRebootFlags, 0) != FALSE;
 }

@@ -1,9 +1,10 @@
 #include "update/StateMachine.h"
 
-#include "app/PreflightNames.h"
-#include "diagnostics/ToolLog.h"
-#include "fetch/Workspace.h"
+#include <utility>
+
+#include "core/log/LogLine.h"
 #include "platform/Services.h"
+#include "update/PreflightNames.h"
 #include "update/RetrySettings.h"
 #include "update/StatePersistence.h"
 #include "update/UpdateRecord.h"
@@ -13,6 +14,10 @@ using CORE::corestring;
 using CORE::keywordEquals;
 
 namespace {
+
+WorkspaceCleanup g_workspaceCleanup = nullptr;
+
+bool cleanupWorkspace() { return g_workspaceCleanup && g_workspaceCleanup(); }
 
 // Result texts are compared exactly, case included.
 bool resultIs(const wchar_t* text) { return keywordEquals(g_updateRecord.sResult.c_str(), text, false); }
@@ -69,12 +74,12 @@ void updateDone(RunResult result)
     case ERR_NOAGENT:
         // The good end: the installer succeeded or nothing was left to do.
         r.sResult = L"OK";
-        cleaned = UtilCleanupWorkspace();
+        cleaned = cleanupWorkspace();
         break;
     case ERR_FAILURE:
     case ERR_LAUNCH:
         r.sResult = L"FAILURE";
-        cleaned = UtilCleanupWorkspace();
+        cleaned = cleanupWorkspace();
         break;
     case ERR_INCOMPATIBLE:
         r.sResult = L"INVALID";
@@ -117,6 +122,8 @@ void fetchDone()
 }
 
 }  // namespace
+
+WorkspaceCleanup SetWorkspaceCleanup(WorkspaceCleanup cleanup) { return std::exchange(g_workspaceCleanup, cleanup); }
 
 bool UtilTryAgain(std::int32_t limit)
 {

@@ -1,7 +1,7 @@
 #pragma once
 #include <cstdint>
 
-#include "app/RunResult.h"
+#include "update/RunResult.h"
 
 // Counts one more attempt; false when the count is now past the limit.
 bool UtilTryAgain(std::int32_t limit);
@@ -10,3 +10,10 @@ bool UtilTryAgain(std::int32_t limit);
 bool Util_UpdateDone(RunResult result, bool legacyWorkflow);
 // The last rules on state and result, then the save under both roots.
 bool UtilManageUpdateState();
+
+// Removing the fetched payload after an update (UtilCleanupWorkspace) is the
+// workspace's work, a layer above this one: the program hands it down at
+// start-up. Without one, a clean-up counts as failed.
+using WorkspaceCleanup = bool (*)();
+// Gives back the one it replaces.
+WorkspaceCleanup SetWorkspaceCleanup(WorkspaceCleanup cleanup);

@@ -2,16 +2,16 @@
 
 #include <cwchar>
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "platform/Services.h"
-#include "registry/OpenKey.h"
+#include "platform/Handles.h"
 #include "registry/Registry.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateRecordReader.h"
 #include "update/UpdateState.h"
 
 using CORE::corestring;
-using registry_detail::OpenKey;
+using platform::KeyHandle;
 
 namespace {
 
@@ -44,27 +44,40 @@ bool writeStateUnder(const corestring& root, const wchar_t* tag)
     key.append(r.sUpdateKey);
     key.append(L"\\");
 
+    // ERRORCODE and ERRORDESC report their failure with the FILENAME line.
+    enum class Line { State, Result, FileName, Retry };
     struct Item {
         const wchar_t* name;
         const corestring& value;
-        const wchar_t* failure;
+        Line failure;
     };
-    // ERRORCODE and ERRORDESC report their failure with the FILENAME line.
     const Item items[] = {
-        {L"STATE", state, L"%s: Update key: %s failed to update Registry. state: %s"},
-        {L"RESULT", r.sResult, L"%s: Update key: %s failed to update Registry. Result: %s"},
-        {L"FILENAME", r.sFileName, L"%s: Update key: %s failed to update Registry. filename: %s"},
-        {L"ERRORCODE", r.sErrorCode, L"%s: Update key: %s failed to update Registry. filename: %s"},
-        {L"ERRORDESC", r.sErrorDesc, L"%s: Update key: %s failed to update Registry. filename: %s"},
-        {L"RETRY", retry, L"%s: Update key: %s failed to update Registry. retry: %s"},
+        {L"STATE", state, Line::State},          {L"RESULT", r.sResult, Line::Result},
+        {L"FILENAME", r.sFileName, Line::FileName}, {L"ERRORCODE", r.sErrorCode, Line::FileName},
+        {L"ERRORDESC", r.sErrorDesc, Line::FileName}, {L"RETRY", retry, Line::Retry},
     };
     for (const Item& item : items) {
         corestring path = key;
         path.append(item.name);
-        if (!RegistryWrite(item.value, path.c_str(), REG_SZ, false, false)) {
-            LogLine(item.failure, tag, r.sUpdateKey.c_str(), item.value.c_str());
-            return false;
+        if (RegistryWrite(item.value, path.c_str(), REG_SZ, false, false))
+            continue;
+        const wchar_t* job = r.sUpdateKey.c_str();
+        const wchar_t* value = item.value.c_str();
+        switch (item.failure) {
+        case Line::State:
+            LogLine(L"%s: Update key: %s failed to update Registry. state: %s", tag, job, value);
+            break;
+        case Line::Result:
+            LogLine(L"%s: Update key: %s failed to update Registry. Result: %s", tag, job, value);
+            break;
+        case Line::FileName:
+            LogLine(L"%s: Update key: %s failed to update Registry. filename: %s", tag, job, value);
+            break;
+        case Line::Retry:
+            LogLine(L"%s: Update key: %s failed to update Registry. retry: %s", tag, job, value);
+            break;
         }
+        return false;
     }
     return true;
 }
@@ -96,7 +109,7 @@ bool Util_WriteVolatileValue(corestring&& value, corestring&& path)
         return false;
 
     platform::KeyStore& keys = platform::keys();
-    OpenKey key;
+    KeyHandle key;
     if (keys.RegCreateKeyExW(hive, subkey.c_str(), REG_OPTION_VOLATILE, KEY_WRITE, key.out(), nullptr) !=
         ERROR_SUCCESS)
         return false;

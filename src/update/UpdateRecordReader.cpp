@@ -4,8 +4,9 @@
 #include <cwchar>
 
 #include "core/propertybag.h"
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 #include "registry/Registry.h"
+#include "registry/RegistryEnumeration.h"
 #include "update/UpdateState.h"
 
 using CORE::corestring;

@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-#include "diagnostics/ToolLog.h"
+#include "core/log/LogLine.h"
 
 using CORE::corestring;
 

@@ -405,4 +405,72 @@ BOOL FakeFileSystem::PathFileExistsW(LPCWSTR path)
     return m_nodes.count(keyOf(path)) ? TRUE : FALSE;
 }
 
+// A version block of the fake's own making: a mark, then the fixed part,
+// which is all the tool asks of it.
+namespace {
+constexpr DWORD kVersionBlockMark = 0x5A545649;
+struct VersionBlock {
+    DWORD mark;
+    VS_FIXEDFILEINFO fixed;
+};
+}  // namespace
+
+void FakeFileSystem::setFileVersion(const std::wstring& path, WORD major, WORD minor, WORD patch, WORD build)
+{
+    VS_FIXEDFILEINFO info{};
+    info.dwSignature = 0xFEEF04BD;
+    info.dwStrucVersion = 0x00010000;
+    info.dwFileVersionMS = MAKELONG(minor, major);
+    info.dwFileVersionLS = MAKELONG(build, patch);
+    info.dwProductVersionMS = info.dwFileVersionMS;
+    info.dwProductVersionLS = info.dwFileVersionLS;
+    m_versions[keyOf(path)] = info;
+}
+
+DWORD FakeFileSystem::GetFileVersionInfoSizeW(LPCWSTR path, LPDWORD handle)
+{
+    ++calls;
+    if (handle)
+        *handle = 0;
+    std::wstring key = keyOf(path ? path : L"");
+    auto node = m_nodes.find(key);
+    if (node == m_nodes.end() || node->second.directory) {
+        ::SetLastError(ERROR_FILE_NOT_FOUND);
+        return 0;
+    }
+    if (!m_versions.count(key)) {
+        ::SetLastError(ERROR_RESOURCE_TYPE_NOT_FOUND);
+        return 0;
+    }
+    return sizeof(VersionBlock);
+}
+
+BOOL FakeFileSystem::GetFileVersionInfoW(LPCWSTR path, DWORD, DWORD size, LPVOID data)
+{
+    ++calls;
+    auto version = m_versions.find(keyOf(path ? path : L""));
+    if (version == m_versions.end()) {
+        ::SetLastError(ERROR_RESOURCE_TYPE_NOT_FOUND);
+        return FALSE;
+    }
+    if (size < sizeof(VersionBlock)) {
+        ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    VersionBlock block{kVersionBlockMark, version->second};
+    std::memcpy(data, &block, sizeof block);
+    return TRUE;
+}
+
+BOOL FakeFileSystem::VerQueryValueA(LPCVOID block, LPCSTR subBlock, LPVOID* buffer, PUINT length)
+{
+    ++calls;
+    auto* versionBlock = static_cast<const VersionBlock*>(block);
+    if (!versionBlock || versionBlock->mark != kVersionBlockMark || !subBlock || std::strcmp(subBlock, "\\") != 0)
+        return FALSE;
+    *buffer = const_cast<VS_FIXEDFILEINFO*>(&versionBlock->fixed);
+    *length = sizeof(VS_FIXEDFILEINFO);
+    return TRUE;
+}
+
 }  // namespace fakes

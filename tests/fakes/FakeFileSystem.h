@@ -55,6 +55,11 @@ public:
                              PULARGE_INTEGER totalFree) override;
     DWORD GetCurrentDirectoryW(DWORD size, LPWSTR buffer) override;
     BOOL PathFileExistsW(LPCWSTR path) override;
+    DWORD GetFileVersionInfoSizeW(LPCWSTR path, LPDWORD handle) override;
+    BOOL GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data) override;
+    BOOL VerQueryValueA(LPCVOID block, LPCSTR subBlock, LPVOID* buffer, PUINT length) override;
+    // Gives an existing file a version resource with this file version.
+    void setFileVersion(const std::wstring& path, WORD major, WORD minor, WORD patch, WORD build);
 
     // GetDiskFreeSpaceExW: the drive's total free bytes and what of it the
     // caller may use (all of it unless set), the size twice the free bytes.
@@ -84,6 +89,7 @@ private:
 
     std::map<std::wstring, Node> m_nodes;   // by lower-case path
     std::map<std::wstring, std::wstring> m_names;  // lower-case -> as created
+    std::map<std::wstring, VS_FIXEDFILEINFO> m_versions;  // by lower-case path
     std::map<HANDLE, Open> m_handles;
     std::map<HANDLE, Find> m_finds;
     std::uintptr_t m_nextHandle = 0x1000;

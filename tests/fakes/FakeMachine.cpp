@@ -72,17 +72,23 @@ HANDLE FakeProcesses::CreateMutexW(BOOL, LPCWSTR name)
 
 DWORD FakeProcesses::GetModuleFileNameW(HMODULE, LPWSTR buffer, DWORD size)
 {
-    if (moduleFileNameFails) {
-        ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        if (size)
-            buffer[0] = L'\0';
+    if (moduleFileNameError) {
+        ::SetLastError(moduleFileNameError);
         return 0;
     }
-    DWORD n = static_cast<DWORD>(std::min<size_t>(moduleFileName.size(), size ? size - 1 : 0));
-    if (size) {
-        wmemcpy(buffer, moduleFileName.c_str(), n);
-        buffer[n] = L'\0';
+    // As Windows documents it: a name that doesn't fit is cut to size - 1
+    // characters and terminated, the call returns size and sets 122.
+    if (moduleFileName.size() >= size) {
+        if (size) {
+            wmemcpy(buffer, moduleFileName.c_str(), size - 1);
+            buffer[size - 1] = L'\0';
+        }
+        ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return size;
     }
+    DWORD n = static_cast<DWORD>(moduleFileName.size());
+    wmemcpy(buffer, moduleFileName.c_str(), n);
+    buffer[n] = L'\0';
     return n;
 }
 

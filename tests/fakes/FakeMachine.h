@@ -49,7 +49,7 @@ public:
 
     std::wstring commandLine = L"zenthra-updatetool.exe";
     std::wstring moduleFileName = L"C:\\Program Files\\Tarvelle\\zenthra-updatetool.exe";
-    bool moduleFileNameFails = false;
+    DWORD moduleFileNameError = 0;  // when set, GetModuleFileNameW fails with it
     WORD processorArchitecture = PROCESSOR_ARCHITECTURE_AMD64;
     std::set<std::wstring> mutexes;       // names that exist already
     std::vector<std::wstring> mutexCalls;  // every name asked for

@@ -2,6 +2,7 @@
 
 #include "diagnostics/ToolLog.h"
 #include "fetch/Workspace.h"
+#include "update/StateMachine.h"
 #include "update/UpdateRecord.h"
 
 namespace fakes {
@@ -23,7 +24,11 @@ platform::Services FakePlatform::servicesOf(FakePlatform& p)
     return s;
 }
 
-FakePlatform::FakePlatform() : m_scope(servicesOf(*this))
+FakePlatform::FakePlatform()
+    : m_scope(servicesOf(*this)),
+      // Wired as the program wires them at start-up.
+      m_previousSink(CORE::SetLogSink(&TheToolLog())),
+      m_previousCleanup(SetWorkspaceCleanup(UtilCleanupWorkspace))
 {
     files.addDirectory(L"C:\\Windows\\Temp");
     Util_ResetWorkspaceForTest();
@@ -38,6 +43,8 @@ FakePlatform::~FakePlatform()
     Util_ResetWorkspaceForTest();
     g_updateRecord = UpdateRecord{};
     ToolLog::Close(TheToolLog());
+    SetWorkspaceCleanup(m_previousCleanup);
+    CORE::SetLogSink(m_previousSink);
 }
 
 std::vector<std::wstring> messagesOf(const std::wstring& text)

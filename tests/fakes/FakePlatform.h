@@ -3,6 +3,7 @@
 // with the process-wide state of the tool put back to a fresh start.
 #include <initializer_list>
 
+#include "core/log/LogSink.h"
 #include "core/string/corestring.h"
 #include "fakes/FakeFileSystem.h"
 #include "fakes/FakeHashing.h"
@@ -49,6 +50,8 @@ public:
 private:
     static platform::Services servicesOf(FakePlatform& p);
     ScopedServices m_scope;
+    CORE::LogSink* m_previousSink;
+    bool (*m_previousCleanup)();
 };
 
 // The whole of a corestring, embedded terminators included.

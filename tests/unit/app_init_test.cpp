@@ -36,7 +36,7 @@ struct AppInitTest : ::testing::Test {
     {
         if (app.agents.size() != 1)
             return nullptr;
-        return dynamic_cast<Kind*>(app.agents.front());
+        return dynamic_cast<Kind*>(app.agents.front().get());
     }
     bool hasLineStartingWith(const std::wstring& prefix) const { return p.hasLineStartingWith(prefix); }
 };

@@ -122,7 +122,7 @@ struct AppUpdateTest : ::testing::Test {
     // Owned by the App and chosen for the update, as CheckVersion would.
     Agent* update(Agent* agent)
     {
-        app.agents.push_back(agent);
+        app.agents.emplace_back(agent);
         app.updates.push_back(agent);
         return agent;
     }
@@ -249,7 +249,7 @@ TEST_F(AppUpdateTest, NoUpdatesGivesFailureAndLaunchesNothing)
     int deletions = 0;
     Script s = script(L"unchosen", kLaunchOk, 0u);
     s.deletions = &deletions;
-    app.agents.push_back(new ScriptedGeneric(s));
+    app.agents.emplace_back(new ScriptedGeneric(s));
     markLog();
     EXPECT_EQ(ERR_FAILURE, app.Update());
     EXPECT_TRUE(calls.empty());
@@ -532,7 +532,7 @@ TEST_F(AppUpdateTest, AgentWantingTheUpgradeIsChosen)
     Script s = script(L"t", kLaunchOk, 0u);
     s.upgrade = true;
     Agent* agent = new ScriptedTovi(s);
-    app.agents.push_back(agent);
+    app.agents.emplace_back(agent);
     markLog();
     EXPECT_TRUE(app.CheckVersion());
     ASSERT_EQ(1u, app.updates.size());
@@ -547,7 +547,7 @@ TEST_F(AppUpdateTest, FailedVersionStepsAreOnlyLoggedAndForceStillChooses)
     Script s = script(L"t", kLaunchOk, 0u);
     s.getVersion = false;
     s.compVersion = false;
-    app.agents.push_back(new ScriptedTovi(s));
+    app.agents.emplace_back(new ScriptedTovi(s));
     app.forceUpdate = true;
     markLog();
     EXPECT_TRUE(app.CheckVersion());
@@ -560,7 +560,7 @@ TEST_F(AppUpdateTest, FailedVersionStepsAreOnlyLoggedAndForceStillChooses)
 
 TEST_F(AppUpdateTest, AgentWithoutUpgradeIsNotChosen)
 {
-    app.agents.push_back(new ScriptedTovi(script(L"t", kLaunchOk, 0u)));
+    app.agents.emplace_back(new ScriptedTovi(script(L"t", kLaunchOk, 0u)));
     EXPECT_FALSE(app.CheckVersion());
     EXPECT_TRUE(app.updates.empty());
     EXPECT_TRUE(p.logHas(L"Agent::UpdateAvailable: no need to upgrade"));
@@ -569,7 +569,7 @@ TEST_F(AppUpdateTest, AgentWithoutUpgradeIsNotChosen)
 
 TEST_F(AppUpdateTest, ForceWithoutAnInstallerFileChoosesNothing)
 {
-    app.agents.push_back(new ToviAgent(corestring(L"8.1.0"), corestring()));
+    app.agents.emplace_back(new ToviAgent(corestring(L"8.1.0"), corestring()));
     app.forceUpdate = true;
     // No installer in the workspace and no file name from the job.
     EXPECT_FALSE(app.CheckVersion());
@@ -586,7 +586,10 @@ TEST_F(AppUpdateTest, EveryAgentIsCheckedAndTheChosenKeepTheirOrder)
     Agent* first = new ScriptedGeneric(yes1);
     Agent* second = new ScriptedTovi(no);
     Agent* third = new ScriptedTovi(yes2);
-    app.agents = {first, nullptr, second, third};
+    app.agents.emplace_back(first);
+    app.agents.emplace_back(nullptr);
+    app.agents.emplace_back(second);
+    app.agents.emplace_back(third);
     EXPECT_TRUE(app.CheckVersion());
     ASSERT_EQ(2u, app.updates.size());
     EXPECT_EQ(first, app.updates.front());
@@ -600,7 +603,7 @@ TEST_F(AppUpdateTest, EveryAgentIsCheckedAndTheChosenKeepTheirOrder)
 TEST_F(AppUpdateTest, ForceReinstallsAnOlderVersionWhenTheFileIsKnown)
 {
     p.installer.addProduct(kNewUpgradeCode, L"{11111111-2222-3333-4444-555555555555}", L"9.0.0");
-    app.agents.push_back(new ToviAgent(corestring(L"8.0.0"), corestring(L"C:\\pkg\\agent.exe")));
+    app.agents.emplace_back(new ToviAgent(corestring(L"8.0.0"), corestring(L"C:\\pkg\\agent.exe")));
     app.forceUpdate = true;
     EXPECT_TRUE(app.CheckVersion());
     EXPECT_TRUE(p.logHas(L"App::CheckVersion: CompVersion does not require to upgrade"));
@@ -611,7 +614,7 @@ TEST_F(AppUpdateTest, ForceReinstallsAnOlderVersionWhenTheFileIsKnown)
 TEST_F(AppUpdateTest, WithoutForceAnOlderVersionIsNotChosen)
 {
     p.installer.addProduct(kNewUpgradeCode, L"{11111111-2222-3333-4444-555555555555}", L"9.0.0");
-    app.agents.push_back(new ToviAgent(corestring(L"8.0.0"), corestring(L"C:\\pkg\\agent.exe")));
+    app.agents.emplace_back(new ToviAgent(corestring(L"8.0.0"), corestring(L"C:\\pkg\\agent.exe")));
     EXPECT_FALSE(app.CheckVersion());
     EXPECT_TRUE(app.updates.empty());
 }

@@ -8,7 +8,7 @@
 
 #include "agent/Agent.h"
 #include "app/App.h"
-#include "app/wmain.h"
+#include "app/RunSequence.h"
 #include "diagnostics/ToolLog.h"
 #include "fakes/FakePlatform.h"
 #include "fetch/Workspace.h"
@@ -187,7 +187,7 @@ TEST_F(CmdlineTest, UsageNamesTheProgramWithoutItsDirectory)
 
 TEST_F(CmdlineTest, UsageWithoutAModuleNameStillPrintsTheLines)
 {
-    p.processes.moduleFileNameFails = true;
+    p.processes.moduleFileNameError = ERROR_NOT_ENOUGH_MEMORY;
     EXPECT_FALSE(parse(L"zt.exe -help"));
     std::size_t at = p.console.output.rfind(kUsageBody);
     ASSERT_NE(std::wstring::npos, at) << p.console.output;

@@ -13,7 +13,7 @@
 #include <string>
 #include <type_traits>
 
-#include "platform/win.h"
+#include "core/win.h"
 
 using CORE::coreException;
 using CORE::corestring;

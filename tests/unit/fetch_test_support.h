@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "fakes/FakePlatform.h"
+#include "fakes/ForwardingFileSystem.h"
 #include "fakes/ScopedServices.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateState.h"
@@ -39,9 +40,9 @@ inline std::wstring upper(std::wstring text)
 
 // Forwards to the fake file system; records the calls of the fetch and can
 // make single ones fail as Windows would.
-class RecordingFiles final : public platform::FileSystem {
+class RecordingFiles final : public fakes::ForwardingFileSystem {
 public:
-    explicit RecordingFiles(platform::FileSystem& inner) : m_inner(inner) {}
+    using ForwardingFileSystem::ForwardingFileSystem;
 
     struct Open {
         std::wstring path;
@@ -99,10 +100,6 @@ public:
         }
         return m_inner.ReadFile(file, buffer, toRead, read);
     }
-    BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written) override
-    {
-        return m_inner.WriteFile(file, buffer, toWrite, written);
-    }
     DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh) override
     {
         ++sizeCalls;
@@ -114,7 +111,6 @@ public:
         }
         return m_inner.GetFileSize(file, sizeHigh);
     }
-    BOOL CloseHandle(HANDLE file) override { return m_inner.CloseHandle(file); }
     BOOL CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists) override
     {
         copies.push_back({from ? from : L"", to ? to : L"", failIfExists});
@@ -123,29 +119,7 @@ public:
             afterCopy();
         return ok;
     }
-    BOOL DeleteFileW(LPCWSTR path) override { return m_inner.DeleteFileW(path); }
-    HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) override
-    {
-        return m_inner.FindFirstFileW(pattern, data);
-    }
-    BOOL FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data) override { return m_inner.FindNextFileW(find, data); }
-    BOOL FindClose(HANDLE find) override { return m_inner.FindClose(find); }
-    DWORD GetFileAttributesW(LPCWSTR path) override { return m_inner.GetFileAttributesW(path); }
-    BOOL CreateDirectoryW(LPCWSTR path) override { return m_inner.CreateDirectoryW(path); }
-    DWORD GetTempPathW(DWORD size, LPWSTR buffer) override { return m_inner.GetTempPathW(size, buffer); }
-    BOOL GetDiskFreeSpaceExW(LPCWSTR directory, PULARGE_INTEGER freeToCaller, PULARGE_INTEGER total,
-                             PULARGE_INTEGER totalFree) override
-    {
-        return m_inner.GetDiskFreeSpaceExW(directory, freeToCaller, total, totalFree);
-    }
-    DWORD GetCurrentDirectoryW(DWORD size, LPWSTR buffer) override
-    {
-        return m_inner.GetCurrentDirectoryW(size, buffer);
-    }
-    BOOL PathFileExistsW(LPCWSTR path) override { return m_inner.PathFileExistsW(path); }
 
-private:
-    platform::FileSystem& m_inner;
 };
 
 inline platform::Services withFiles(platform::FileSystem* files)

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "agent/Agent.h"
-#include "app/wmain.h"
+#include "app/RunSequence.h"
 #include "fakes/FakePlatform.h"
 #include "fetch/Workspace.h"
 #include "update/UpdateRecord.h"

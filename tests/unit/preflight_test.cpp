@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "app/App.h"
-#include "app/PreflightNames.h"
+#include "update/PreflightNames.h"
 #include "fakes/FakePlatform.h"
 #include "update/UpdateRecord.h"
 

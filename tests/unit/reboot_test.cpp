@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/wmain.h"
+#include "app/RunSequence.h"
 #include "update/Reboot.h"
 #include "update/StateMachine.h"
 #include "update_test_support.h"

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "core/string/corestring.h"
-#include "diagnostics/ToolLog.h"
 #include "fakes/FakeKeyStore.h"
+#include "fakes/RecordingLogSink.h"
 #include "fakes/ScopedServices.h"
 
 namespace registry_test {
@@ -27,14 +27,15 @@ protected:
         }
     }
 
-    // What the process-wide tool log got since `from` characters.
-    static std::wstring logSince(std::size_t from)
+    // What was logged since `from` characters.
+    std::wstring logSince(std::size_t from) const
     {
-        std::wstring all = text(TheToolLog().text());
+        std::wstring all = log.text();
         return from <= all.size() ? all.substr(from) : std::wstring();
     }
-    static std::size_t logLength() { return static_cast<std::size_t>(TheToolLog().text().length()); }
+    std::size_t logLength() const { return log.text().size(); }
 
+    fakes::RecordingLogSink log;
     FakeKeyStore keys;
     fakes::ScopedServices scope{fakes::withKeys(keys)};
     bool expectAllKeysClosed = true;

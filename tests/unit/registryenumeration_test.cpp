@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fakes/FakePlatform.h"
+#include "registry/RegistryEnumeration.h"
 #include "update/UpdateRecordReader.h"
 
 using CORE::corestring;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "core/log/LogLine.h"
 #include "diagnostics/ToolLog.h"
 #include "fakes/FakePlatform.h"
 #include "update/UpdateRecord.h"

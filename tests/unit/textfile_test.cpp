@@ -7,6 +7,7 @@
 
 #include "app/TextFile.h"
 #include "fakes/FakePlatform.h"
+#include "fakes/ForwardingFileSystem.h"
 #include "fakes/ScopedServices.h"
 
 using CORE::corestring;
@@ -22,9 +23,9 @@ using Bytes = std::vector<unsigned char>;
 
 // Forwards to the fake file system, records how files are opened, and can
 // make sizing or reading fail.
-class ProbingFiles final : public platform::FileSystem {
+class ProbingFiles final : public fakes::ForwardingFileSystem {
 public:
-    explicit ProbingFiles(platform::FileSystem& inner) : m_inner(inner) {}
+    using ForwardingFileSystem::ForwardingFileSystem;
 
     DWORD openAccess = 0, openShare = 0, openDisposition = 0;
     bool failSize = false;
@@ -50,10 +51,6 @@ public:
             toRead = readChunk;
         return m_inner.ReadFile(file, buffer, toRead, read);
     }
-    BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD toWrite, LPDWORD written) override
-    {
-        return m_inner.WriteFile(file, buffer, toWrite, written);
-    }
     DWORD GetFileSize(HANDLE file, LPDWORD sizeHigh) override
     {
         if (failSize) {
@@ -62,25 +59,6 @@ public:
         }
         return m_inner.GetFileSize(file, sizeHigh);
     }
-    BOOL CloseHandle(HANDLE file) override { return m_inner.CloseHandle(file); }
-    BOOL CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists) override { return m_inner.CopyFileW(from, to, failIfExists); }
-    BOOL DeleteFileW(LPCWSTR path) override { return m_inner.DeleteFileW(path); }
-    HANDLE FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) override { return m_inner.FindFirstFileW(pattern, data); }
-    BOOL FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data) override { return m_inner.FindNextFileW(find, data); }
-    BOOL FindClose(HANDLE find) override { return m_inner.FindClose(find); }
-    DWORD GetFileAttributesW(LPCWSTR path) override { return m_inner.GetFileAttributesW(path); }
-    BOOL CreateDirectoryW(LPCWSTR path) override { return m_inner.CreateDirectoryW(path); }
-    DWORD GetTempPathW(DWORD size, LPWSTR buffer) override { return m_inner.GetTempPathW(size, buffer); }
-    BOOL GetDiskFreeSpaceExW(LPCWSTR directory, PULARGE_INTEGER freeToCaller, PULARGE_INTEGER total,
-                             PULARGE_INTEGER totalFree) override
-    {
-        return m_inner.GetDiskFreeSpaceExW(directory, freeToCaller, total, totalFree);
-    }
-    DWORD GetCurrentDirectoryW(DWORD size, LPWSTR buffer) override { return m_inner.GetCurrentDirectoryW(size, buffer); }
-    BOOL PathFileExistsW(LPCWSTR path) override { return m_inner.PathFileExistsW(path); }
-
-private:
-    platform::FileSystem& m_inner;
 };
 
 struct TextFileTest : ::testing::Test {

@@ -79,14 +79,13 @@ TEST_F(ToolLogTest, OpenNamesTheFileAfterTheStartTimeInTheUpdatetoolFolder)
 
 TEST_F(ToolLogTest, BannerIsBeginMarkerThenVersionOfTheRunningProgram)
 {
-    wchar_t self[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, self, MAX_PATH);
-    p.processes.moduleFileName = self;
+    p.files.addFile(p.processes.moduleFileName, std::string("MZ"));
+    p.files.setFileVersion(p.processes.moduleFileName, 8, 12, 305, 4);
     ToolLog::Open(log, false);
     std::vector<std::wstring> lines = fakes::messagesOf(log.text().c_str());
     ASSERT_EQ(2u, lines.size());
     EXPECT_EQ(L"=== Begin === ", lines[0]);
-    EXPECT_EQ(L"Updatetool Version: " ZT_VERSION_TEXT_W, lines[1]);
+    EXPECT_EQ(L"Updatetool Version: 8.12.305.4", lines[1]);
 }
 
 TEST_F(ToolLogTest, VersionLineIsEmptyBehindTheColonWithoutAVersionResource)
@@ -96,11 +95,30 @@ TEST_F(ToolLogTest, VersionLineIsEmptyBehindTheColonWithoutAVersionResource)
     EXPECT_EQ(L"Updatetool Version: ", fakes::messagesOf(log.text().c_str()).at(1));
 }
 
+TEST_F(ToolLogTest, VersionLineIsEmptyForAFileWithoutAVersionResource)
+{
+    p.files.addFile(p.processes.moduleFileName, std::string("MZ"));
+    ToolLog::Open(log, false);
+    EXPECT_EQ(L"Updatetool Version: ", fakes::messagesOf(log.text().c_str()).at(1));
+}
+
+TEST_F(ToolLogTest, ProgramPathLongerThanTheBufferGivesAnEmptyVersion)
+{
+    // The name is cut to 259 characters: no file of that name has a version,
+    // and a cut name is no failure of the call.
+    std::wstring deep = L"C:\\" + std::wstring(300, L'd') + L"\\zenthra-updatetool.exe";
+    p.processes.moduleFileName = deep;
+    p.files.addFile(deep, std::string("MZ"));
+    p.files.setFileVersion(deep, 1, 2, 3, 4);
+    ToolLog::Open(log, false);
+    EXPECT_EQ(L"Updatetool Version: ", fakes::messagesOf(log.text().c_str()).at(1));
+}
+
 TEST_F(ToolLogTest, WarningReplacesVersionLineWhenModuleNameFails)
 {
-    p.processes.moduleFileNameFails = true;
+    p.processes.moduleFileNameError = ERROR_NOT_ENOUGH_MEMORY;
     ToolLog::Open(log, false);
-    EXPECT_EQ(L"WARNING: Unable to read this file version: (122)", fakes::messagesOf(log.text().c_str()).at(1));
+    EXPECT_EQ(L"WARNING: Unable to read this file version: (8)", fakes::messagesOf(log.text().c_str()).at(1));
 }
 
 TEST_F(ToolLogTest, FileIsUtf16WithBomAndStampedCrLfLines)
@@ -245,46 +263,4 @@ TEST(GetFileVersionString, FourPartsOfTheFileVersion)
 TEST(GetFileVersionString, EmptyForAFileWithoutVersion)
 {
     EXPECT_EQ(std::string(), GetFileVersionString(L"C:\\no\\such\\file.exe"));
-}
-
-namespace {
-void callDelivery(int level, const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    DeliveryLogCallback(level, format, args);
-    va_end(args);
-}
-}  // namespace
-
-TEST(DeliveryLogCallback, PrefixesEachLevelAndWritesToTheToolLog)
-{
-    FakePlatform p;
-    callDelivery(0, "d %d", 1);
-    callDelivery(1, "i %s", "x");
-    callDelivery(2, "w");
-    callDelivery(3, "e %u", 7u);
-    std::vector<std::wstring> lines = p.logLines();
-    ASSERT_EQ(4u, lines.size());
-    EXPECT_EQ(L"[DEBUG] d 1", lines[0]);
-    EXPECT_EQ(L"[INFO] i x", lines[1]);
-    EXPECT_EQ(L"[WARNING] w", lines[2]);
-    EXPECT_EQ(L"[ERROR] e 7", lines[3]);
-}
-
-TEST(DeliveryLogCallback, ConvertsUtf8AndLongTexts)
-{
-    FakePlatform p;
-    std::string longText(20000, 'z');
-    callDelivery(1, "%s \xC3\xA9t\xC3\xA9", longText.c_str());
-    std::wstring line = p.logLines().at(0);
-    EXPECT_EQ(L"[INFO] " + std::wstring(20000, L'z') + L" \u00e9t\u00e9", line);
-}
-
-TEST(LogLine, FormatsWithWideStringArguments)
-{
-    FakePlatform p;
-    corestring nothing;
-    LogLine(L"%s: value %s and %d", L"Tag", nothing.handle(), 5);
-    EXPECT_TRUE(p.logHas(L"Tag: value (null) and 5"));
 }

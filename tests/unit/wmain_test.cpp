@@ -1,4 +1,4 @@
-#include "app/wmain.h"
+#include "app/RunSequence.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "diagnostics/ToolLog.h"
+#include "fetch/DeliveryLog.h"
 #include "fakes/FakePlatform.h"
 #include "update/UpdateRecord.h"
 

@@ -3,13 +3,13 @@
 #include <cstdarg>
 #include <cwchar>
 
+#include "core/log/LogSink.h"
 #include "core/string/corestring.h"
-#include "diagnostics/ToolLog.h"
 
 namespace CORE {
 
 // The framework's own log files come later; until then its messages go to
-// the tool log. Nothing here may raise into the caller but "OutOfMem".
+// the tool's log sink. Nothing here may raise into the caller but "OutOfMem".
 void logMessage(int level, const wchar_t* format, ...)
 {
     (void)level;
@@ -20,7 +20,7 @@ void logMessage(int level, const wchar_t* format, ...)
     try {
         corestring text;
         corestring::vformat(text, 0, format, args);
-        ToolLog::WriteLine(TheToolLog(), text);
+        WriteLogLine(text);
     } catch (const coreException& e) {
         va_end(args);
         if (std::wcscmp(e.text(), L"OutOfMem") == 0)

@@ -1,7 +1,7 @@
 #include "core/string/corestring.h"
 
-#include "platform/win.h"
-#include "platform/win32/LazyDll.h"
+#include "core/win.h"
+#include "core/LazyDll.h"
 
 namespace CORE {
 
@@ -26,15 +26,12 @@ struct Formatters {
 
     Formatters()
     {
-        HMODULE crt = ::GetModuleHandleW(L"msvcrt.dll");
-        if (!crt)
-            crt = ::LoadLibraryW(L"msvcrt.dll");
-        if (!crt)
-            return;
-        wide = reinterpret_cast<WideFormatter>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vswprintf_p")));
-        wideLocale = reinterpret_cast<WideFormatterLocale>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vswprintf_p_l")));
-        narrow = reinterpret_cast<NarrowFormatter>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vsprintf_p")));
-        narrowLocale = reinterpret_cast<NarrowFormatterLocale>(reinterpret_cast<void*>(::GetProcAddress(crt, "_vsprintf_p_l")));
+        // From the system directory only: a msvcrt.dll planted beside the
+        // program would otherwise format every line the tool writes.
+        wide = LazyExport<WideFormatter>(L"msvcrt.dll", "_vswprintf_p");
+        wideLocale = LazyExport<WideFormatterLocale>(L"msvcrt.dll", "_vswprintf_p_l");
+        narrow = LazyExport<NarrowFormatter>(L"msvcrt.dll", "_vsprintf_p");
+        narrowLocale = LazyExport<NarrowFormatterLocale>(L"msvcrt.dll", "_vsprintf_p_l");
     }
 };
 
@@ -56,8 +53,8 @@ namespace {
 // is loaded anyway; user32 would drag in the whole windowing stack.
 template <class F> F charLowerBuff(const char* name)
 {
-    F call = platform::LazyExport<F>(L"kernelbase.dll", name);
-    return call ? call : platform::LazyExport<F>(L"user32.dll", name);
+    F call = LazyExport<F>(L"kernelbase.dll", name);
+    return call ? call : LazyExport<F>(L"user32.dll", name);
 }
 }  // namespace
 
@@ -199,12 +196,23 @@ corestring errorText(std::uint32_t code)
     return text;
 }
 
+namespace {
+bool keywordEqualsCounted(const wchar_t* text, std::uint64_t length, const wchar_t* literal, bool ignoreCase)
+{
+    int n = static_cast<int>(std::min<std::uint64_t>(length, std::wcslen(literal)) + 1);
+    return ::CompareStringW(LOCALE_USER_DEFAULT, ignoreCase ? NORM_IGNORECASE : 0, text, n, literal, n) == CSTR_EQUAL;
+}
+}  // namespace
+
 bool keywordEquals(const wchar_t* text, const wchar_t* literal, bool ignoreCase)
 {
     const wchar_t* a = text ? text : L"";
-    size_t n = std::min(std::wcslen(a), std::wcslen(literal)) + 1;
-    return ::CompareStringW(LOCALE_USER_DEFAULT, ignoreCase ? NORM_IGNORECASE : 0, a, static_cast<int>(n), literal,
-                            static_cast<int>(n)) == CSTR_EQUAL;
+    return keywordEqualsCounted(a, std::wcslen(a), literal, ignoreCase);
+}
+
+bool keywordEquals(const corestring& text, const wchar_t* literal, bool ignoreCase)
+{
+    return keywordEqualsCounted(text.c_str(), text.length(), literal, ignoreCase);
 }
 
 }  // namespace CORE

@@ -237,6 +237,9 @@ corestring errorText(std::uint32_t code);
 // A keyword test: CompareStringW, locale 1024, counts min(length + 1,
 // literal's length + 1), so exact but for case when ignoreCase is set.
 bool keywordEquals(const wchar_t* text, const wchar_t* literal, bool ignoreCase);
+// The same with the string's own length, so characters behind an embedded
+// terminator take part.
+bool keywordEquals(const corestring& text, const wchar_t* literal, bool ignoreCase);
 
 }  // namespace CORE
 

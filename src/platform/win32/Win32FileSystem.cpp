@@ -2,9 +2,11 @@
 
 #include <shlwapi.h>
 
-#include "platform/win32/LazyDll.h"
+#include "core/LazyDll.h"
 
 namespace platform {
+
+using CORE::LazyExport;
 
 HANDLE Win32FileSystem::CreateFileW(LPCWSTR path, DWORD access, DWORD share, DWORD disposition, DWORD attributes)
 {
@@ -53,6 +55,21 @@ BOOL Win32FileSystem::PathFileExistsW(LPCWSTR path)
 {
     static const auto call = LazyExport<decltype(&::PathFileExistsW)>(L"shlwapi.dll", "PathFileExistsW");
     return call ? call(path) : FALSE;
+}
+
+DWORD Win32FileSystem::GetFileVersionInfoSizeW(LPCWSTR path, LPDWORD handle)
+{
+    return ::GetFileVersionInfoSizeW(path, handle);
+}
+
+BOOL Win32FileSystem::GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data)
+{
+    return ::GetFileVersionInfoW(path, handle, size, data);
+}
+
+BOOL Win32FileSystem::VerQueryValueA(LPCVOID block, LPCSTR subBlock, LPVOID* buffer, PUINT length)
+{
+    return ::VerQueryValueA(block, subBlock, buffer, length);
 }
 
 }  // namespace platform

@@ -39,6 +39,9 @@ public:
                              PULARGE_INTEGER totalFree) override;
     DWORD GetCurrentDirectoryW(DWORD size, LPWSTR buffer) override;
     BOOL PathFileExistsW(LPCWSTR path) override;
+    DWORD GetFileVersionInfoSizeW(LPCWSTR path, LPDWORD handle) override;
+    BOOL GetFileVersionInfoW(LPCWSTR path, DWORD handle, DWORD size, LPVOID data) override;
+    BOOL VerQueryValueA(LPCVOID block, LPCSTR subBlock, LPVOID* buffer, PUINT length) override;
 };
 
 class Win32Processes final : public Processes {

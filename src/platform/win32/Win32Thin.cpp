@@ -2,9 +2,11 @@
 
 #include <msi.h>
 
-#include "platform/win32/LazyDll.h"
+#include "core/LazyDll.h"
 
 namespace platform {
+
+using CORE::LazyExport;
 
 namespace {
 constexpr NTSTATUS kProcedureNotFound = static_cast<NTSTATUS>(0xC000007AL);  // STATUS_PROCEDURE_NOT_FOUND

@@ -1,10 +1,13 @@
 #include <objbase.h>
 #include <wuapi.h>
 
-#include "platform/win32/LazyDll.h"
+#include "core/LazyDll.h"
+#include "core/UniqueHandle.h"
 #include "platform/win32/Win32Services.h"
 
 namespace platform {
+
+using CORE::LazyExport;
 
 namespace {
 
@@ -31,22 +34,24 @@ UpdateAgent::Answer Win32UpdateAgent::QueryInstallerBusy()
     }
 
     initialize(nullptr, COINIT_MULTITHREADED);
-    IUpdateInstaller* installer = nullptr;
-    HRESULT hr = create(kUpdateInstallerClass, nullptr, CLSCTX_INPROC_SERVER, kUpdateInstallerInterface,
-                        reinterpret_cast<void**>(&installer));
-    if (FAILED(hr) || !installer) {
-        answer.failure = Failure::CreateInstaller;
-        answer.error = FAILED(hr) ? hr : E_NOINTERFACE;
-    } else {
-        VARIANT_BOOL busy = VARIANT_FALSE;
-        hr = installer->get_IsBusy(&busy);
-        if (FAILED(hr)) {
-            answer.failure = Failure::ReadIsBusy;
-            answer.error = hr;
+    {
+        // Released before COM is left.
+        CORE::ComPtr<IUpdateInstaller> installer;
+        HRESULT hr = create(kUpdateInstallerClass, nullptr, CLSCTX_INPROC_SERVER, kUpdateInstallerInterface,
+                            reinterpret_cast<void**>(installer.out()));
+        if (FAILED(hr) || !installer) {
+            answer.failure = Failure::CreateInstaller;
+            answer.error = FAILED(hr) ? hr : E_NOINTERFACE;
         } else {
-            answer.busy = busy != VARIANT_FALSE;
+            VARIANT_BOOL busy = VARIANT_FALSE;
+            hr = installer->get_IsBusy(&busy);
+            if (FAILED(hr)) {
+                answer.failure = Failure::ReadIsBusy;
+                answer.error = hr;
+            } else {
+                answer.busy = busy != VARIANT_FALSE;
+            }
         }
-        installer->Release();
     }
     uninitialize();
     return answer;

@@ -1,5 +1,5 @@
 #pragma once
-#include "app/RunResult.h"
+#include "update/RunResult.h"
 
 // The run of one job, from the kill switch to the exit code.
 RunResult RunUpdateTool();

@@ -1,5 +1,5 @@
 #pragma once
-#include "app/RunResult.h"
+#include "update/RunResult.h"
 #include "core/string/corestring.h"
 
 // The text a preflight failure leaves in "ERRORCODE"; empty for other codes.

@@ -4,12 +4,12 @@
 #include <cstring>
 #include <vector>
 
-#include "registry/OpenKey.h"
+#include "platform/Handles.h"
 #include "registry/Registry.h"
-#include "update/UpdateRecordReader.h"
+#include "registry/RegistryEnumeration.h"
 
 using CORE::corestring;
-using registry_detail::OpenKey;
+using platform::KeyHandle;
 
 namespace {
 
@@ -24,7 +24,7 @@ corestring trimmedName(const wchar_t* name, DWORD length)
 }
 
 // "\dummy" stands for the value name the path parser insists on.
-bool openKey(OpenKey& key, const wchar_t* keyPath, bool use32BitView)
+bool openKey(KeyHandle& key, const wchar_t* keyPath, bool use32BitView)
 {
     corestring path(keyPath);
     path.append(L"\\dummy");
@@ -73,7 +73,7 @@ corestring valueText(DWORD type, const BYTE* data, DWORD size)
 
 void RegistryListSubkeys(CORE::StringList& list, const wchar_t* keyPath, bool use32BitView)
 {
-    OpenKey key;
+    KeyHandle key;
     if (!openKey(key, keyPath, use32BitView))
         return;
     static_assert(kBufferBytes / sizeof(wchar_t) > kNameLimit);
@@ -92,7 +92,7 @@ void RegistryListSubkeys(CORE::StringList& list, const wchar_t* keyPath, bool us
 
 void RegistryReadAllValues(NoCaseMap& map, const wchar_t* keyPath, bool use32BitView)
 {
-    OpenKey key;
+    KeyHandle key;
     if (!openKey(key, keyPath, use32BitView))
         return;
     std::vector<wchar_t> name(kBufferBytes / sizeof(wchar_t), L'\0');

@@ -1,11 +1,11 @@
-#include "update/NoCaseMap.h"
+#include "core/NoCaseMap.h"
 
-using CORE::corestring;
+namespace CORE {
 
 const corestring* NoCaseMap::find(const wchar_t* name) const
 {
     for (const Entry& entry : m_entries)
-        if (CORE::keywordEquals(entry.first.c_str(), name, true))
+        if (keywordEquals(entry.first.c_str(), name, true))
             return &entry.second;
     return nullptr;
 }
@@ -13,8 +13,10 @@ const corestring* NoCaseMap::find(const wchar_t* name) const
 corestring& NoCaseMap::operator[](const wchar_t* name)
 {
     for (Entry& entry : m_entries)
-        if (CORE::keywordEquals(entry.first.c_str(), name, true))
+        if (keywordEquals(entry.first.c_str(), name, true))
             return entry.second;
     m_entries.emplace_back(corestring(name), corestring());
     return m_entries.back().second;
 }
+
+}  // namespace CORE

@@ -1,4 +1,4 @@
-#include "app/PreflightNames.h"
+#include "update/PreflightNames.h"
 
 using CORE::corestring;
 

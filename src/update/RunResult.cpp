@@ -1,4 +1,4 @@
-#include "app/RunResult.h"
+#include "update/RunResult.h"
 
 using CORE::corestring;
 

@@ -4,23 +4,25 @@
 
 #include "core/string/corestring.h"
 
+namespace CORE {
+
 // Name -> text, looked up without regard to case (CompareStringW, locale
 // 1024, ignore case, exact length), in insertion order.
 class NoCaseMap {
 public:
-    using Entry = std::pair<CORE::corestring, CORE::corestring>;
+    using Entry = std::pair<corestring, corestring>;
 
     // The value stored under name, or null when there is none.
-    const CORE::corestring* find(const wchar_t* name) const;
+    const corestring* find(const wchar_t* name) const;
     // A copy of the value stored under name; empty when there is none.
-    CORE::corestring get(const wchar_t* name) const
+    corestring get(const wchar_t* name) const
     {
-        const CORE::corestring* value = find(name);
-        return value ? *value : CORE::corestring();
+        const corestring* value = find(name);
+        return value ? *value : corestring();
     }
     // The value under name, made empty if it isn't there yet.
-    CORE::corestring& operator[](const wchar_t* name);
-    void set(const wchar_t* name, const CORE::corestring& value) { (*this)[name] = value; }
+    corestring& operator[](const wchar_t* name);
+    void set(const wchar_t* name, const corestring& value) { (*this)[name] = value; }
     bool empty() const { return m_entries.empty(); }
     std::size_t size() const { return m_entries.size(); }
     void clear() { m_entries.clear(); }
@@ -29,3 +31,7 @@ public:
 private:
     std::vector<Entry> m_entries;
 };
+
+}  // namespace CORE
+
+using CORE::NoCaseMap;

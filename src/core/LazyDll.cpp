@@ -1,6 +1,6 @@
-#include "platform/win32/LazyDll.h"
+#include "core/LazyDll.h"
 
-namespace platform {
+namespace CORE {
 
 FARPROC LazyProc(const wchar_t* dll, const char* name)
 {
@@ -12,4 +12,4 @@ FARPROC LazyProc(const wchar_t* dll, const char* name)
     return ::GetProcAddress(module, name);
 }
 
-}  // namespace platform
+}  // namespace CORE

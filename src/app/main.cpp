@@ -1,3 +1,0 @@
-#include "app/wmain.h"
-
-int wmain(int, wchar_t**) { return RunUpdateTool(); }
