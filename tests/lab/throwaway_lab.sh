@@ -51,11 +51,19 @@ case_end() {
 
 ok() { echo "ok: $1"; }
 
-# Whether a wineboot of this prefix (not of another lab on the machine) runs.
+# Whether a wineboot of this prefix (not of another lab on the machine) runs:
+# a process whose command line names wineboot and whose environment holds
+# this WINEPREFIX. Read straight from /proc, so the lab needs no process tools
+# that setup.sh doesn't install; a process that ends meanwhile is skipped.
 own_wineboot() {
-  local pid
-  for pid in $(pgrep -f wineboot); do
-    tr '\0' '\n' < "/proc/$pid/environ" 2>/dev/null | grep -qxF "WINEPREFIX=$prefix" && return 0
+  local dir args env var
+  for dir in /proc/[0-9]*; do
+    mapfile -d '' args 2>/dev/null < "$dir/cmdline" || continue
+    [[ "${args[*]}" == *wineboot* ]] || continue
+    mapfile -d '' env 2>/dev/null < "$dir/environ" || continue
+    for var in "${env[@]}"; do
+      [ "$var" = "WINEPREFIX=$prefix" ] && return 0
+    done
   done
   return 1
 }
