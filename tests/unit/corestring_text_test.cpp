@@ -62,42 +62,42 @@ corestring& wideFormatFrom(corestring& out, std::uint64_t firstSize, const wchar
 
 // ---------------------------------------------------------------- appendPath
 
-TEST(corestring, AppendPathAfterTrailingBackslashAddsNone)
+TEST(corestringText, AppendPathAfterTrailingBackslashAddsNone)
 {
     corestring s(L"C:\\Temp\\");
     s.appendPath(L"x");
     EXPECT_EQ(L"C:\\Temp\\x", text(s));
 }
 
-TEST(corestring, AppendPathInsertsOneBackslash)
+TEST(corestringText, AppendPathInsertsOneBackslash)
 {
     corestring s(L"C:\\Temp");
     s.appendPath(L"x");
     EXPECT_EQ(L"C:\\Temp\\x", text(s));
 }
 
-TEST(corestring, AppendPathConvertsForwardSlashesOfTheComponent)
+TEST(corestringText, AppendPathConvertsForwardSlashesOfTheComponent)
 {
     corestring s(L"C:\\Temp");
     s.appendPath(L"/x/y");
     EXPECT_EQ(L"C:\\Temp\\x\\y", text(s));
 }
 
-TEST(corestring, AppendPathComponentWithLeadingBackslashGetsNoSecond)
+TEST(corestringText, AppendPathComponentWithLeadingBackslashGetsNoSecond)
 {
     corestring s(L"C:\\Temp");
     s.appendPath(L"\\x");
     EXPECT_EQ(L"C:\\Temp\\x", text(s));
 }
 
-TEST(corestring, AppendPathDoesNotMergeTwoBackslashes)
+TEST(corestringText, AppendPathDoesNotMergeTwoBackslashes)
 {
     corestring s(L"C:\\Temp\\");
     s.appendPath(L"\\x");
     EXPECT_EQ(L"C:\\Temp\\\\x", text(s));
 }
 
-TEST(corestring, AppendPathOnEmptyStringAddsNoBackslash)
+TEST(corestringText, AppendPathOnEmptyStringAddsNoBackslash)
 {
     corestring s;
     s.appendPath(L"x");
@@ -107,7 +107,7 @@ TEST(corestring, AppendPathOnEmptyStringAddsNoBackslash)
     EXPECT_EQ(L"a\\b", text(t));
 }
 
-TEST(corestring, AppendPathNullComponentDoesNothing)
+TEST(corestringText, AppendPathNullComponentDoesNothing)
 {
     corestring s(L"C:\\Temp");
     s.appendPath(nullptr);
@@ -117,7 +117,7 @@ TEST(corestring, AppendPathNullComponentDoesNothing)
     EXPECT_EQ(nullptr, empty.handle());
 }
 
-TEST(corestring, AppendPathEmptyComponentAddsTrailingBackslash)
+TEST(corestringText, AppendPathEmptyComponentAddsTrailingBackslash)
 {
     corestring s(L"C:\\Temp");
     s.appendPath(L"");
@@ -129,7 +129,7 @@ TEST(corestring, AppendPathEmptyComponentAddsTrailingBackslash)
     EXPECT_EQ(nullptr, empty.handle());
 }
 
-TEST(corestring, AppendPathLeavesSlashesOfTheStringAlone)
+TEST(corestringText, AppendPathLeavesSlashesOfTheStringAlone)
 {
     corestring s(L"a/b");
     s.appendPath(L"c");
@@ -138,7 +138,7 @@ TEST(corestring, AppendPathLeavesSlashesOfTheStringAlone)
 
 // ---------------------------------------------------------------- concat, replaceRange, trim
 
-TEST(corestring, ConcatPutsBothPartsIntoOut)
+TEST(corestringText, ConcatPutsBothPartsIntoOut)
 {
     corestring a(L"left");
     corestring out(L"old content");
@@ -148,14 +148,14 @@ TEST(corestring, ConcatPutsBothPartsIntoOut)
     EXPECT_EQ(L"left", text(a));
 }
 
-TEST(corestring, ConcatIntoItsFirstOperand)
+TEST(corestringText, ConcatIntoItsFirstOperand)
 {
     corestring a(L"one");
     corestring::concat(a, a, L"two");
     EXPECT_EQ(L"onetwo", text(a));
 }
 
-TEST(corestring, ConcatWithNullOrEmptyParts)
+TEST(corestringText, ConcatWithNullOrEmptyParts)
 {
     corestring empty;
     corestring out;
@@ -168,7 +168,7 @@ TEST(corestring, ConcatWithNullOrEmptyParts)
     EXPECT_EQ(nullptr, out.handle());
 }
 
-TEST(corestring, ReplaceRangeReplacesTheMiddle)
+TEST(corestringText, ReplaceRangeReplacesTheMiddle)
 {
     corestring s(L"abcdef");
     s.replaceRange(2, 2, L"XYZ");
@@ -179,7 +179,7 @@ TEST(corestring, ReplaceRangeReplacesTheMiddle)
     EXPECT_EQ(L"<XYZef", text(s));
 }
 
-TEST(corestring, ReplaceRangeClampsPositionAndCount)
+TEST(corestringText, ReplaceRangeClampsPositionAndCount)
 {
     corestring s(L"abc");
     s.replaceRange(100, 5, L"d");
@@ -190,7 +190,7 @@ TEST(corestring, ReplaceRangeClampsPositionAndCount)
     EXPECT_EQ(L"a", text(s));
 }
 
-TEST(corestring, ReplaceRangeOfEverythingWithNothingGivesNullHandle)
+TEST(corestringText, ReplaceRangeOfEverythingWithNothingGivesNullHandle)
 {
     corestring s(L"abc");
     s.replaceRange(0, 3, L"");
@@ -200,28 +200,28 @@ TEST(corestring, ReplaceRangeOfEverythingWithNothingGivesNullHandle)
     EXPECT_EQ(L"x", text(empty));
 }
 
-TEST(corestring, TrimRemovesTheFourBlanksAtBothEnds)
+TEST(corestringText, TrimRemovesTheFourBlanksAtBothEnds)
 {
     corestring s(L" \t\r\nvalue with inner blanks\n\r\t ");
     s.trim();
     EXPECT_EQ(L"value with inner blanks", text(s));
 }
 
-TEST(corestring, TrimLeftOnlyTouchesTheStart)
+TEST(corestringText, TrimLeftOnlyTouchesTheStart)
 {
     corestring s(L"  x  ");
     s.trimLeft();
     EXPECT_EQ(L"x  ", text(s));
 }
 
-TEST(corestring, TrimRightOnlyTouchesTheEnd)
+TEST(corestringText, TrimRightOnlyTouchesTheEnd)
 {
     corestring s(L"  x \r\n");
     s.trimRight();
     EXPECT_EQ(L"  x", text(s));
 }
 
-TEST(corestring, TrimOfNothingButBlanksGivesNullHandle)
+TEST(corestringText, TrimOfNothingButBlanksGivesNullHandle)
 {
     corestring both(L" \t\r\n ");
     both.trim();
@@ -234,7 +234,7 @@ TEST(corestring, TrimOfNothingButBlanksGivesNullHandle)
     EXPECT_EQ(nullptr, right.handle());
 }
 
-TEST(corestring, TrimWithAnotherSet)
+TEST(corestringText, TrimWithAnotherSet)
 {
     corestring s(L"\"quoted\"");
     s.trim(L"\"");
@@ -244,14 +244,14 @@ TEST(corestring, TrimWithAnotherSet)
     EXPECT_EQ(L"  keep  ", text(t));
 }
 
-TEST(corestring, TrimOfEmptyStringStaysEmpty)
+TEST(corestringText, TrimOfEmptyStringStaysEmpty)
 {
     corestring s;
     s.trim();
     EXPECT_EQ(nullptr, s.handle());
 }
 
-TEST(corestring, ToBackslashesCopiesWithSlashesTurned)
+TEST(corestringText, ToBackslashesCopiesWithSlashesTurned)
 {
     const wchar_t* source = L"a/b/c\\d";
     corestring s = corestring::toBackslashes(source);
@@ -263,7 +263,7 @@ TEST(corestring, ToBackslashesCopiesWithSlashesTurned)
 
 // ---------------------------------------------------------------- parts of the text
 
-TEST(corestring, LeftRightAndMidAreClamped)
+TEST(corestringText, LeftRightAndMidAreClamped)
 {
     corestring s(L"hello");
     EXPECT_EQ(L"he", text(s.left(2)));
@@ -283,7 +283,7 @@ TEST(corestring, LeftRightAndMidAreClamped)
     EXPECT_EQ(nullptr, empty.mid(1, 3).handle());
 }
 
-TEST(corestring, PartsAreCopies)
+TEST(corestringText, PartsAreCopies)
 {
     corestring s(L"hello");
     corestring part = s.left(5);
@@ -291,7 +291,7 @@ TEST(corestring, PartsAreCopies)
     EXPECT_EQ(5u, part.capacity());
 }
 
-TEST(corestring, FindCharFromAPosition)
+TEST(corestringText, FindCharFromAPosition)
 {
     corestring s(L"abcabc");
     EXPECT_EQ(1u, s.findChar(L'b', 0));
@@ -304,7 +304,7 @@ TEST(corestring, FindCharFromAPosition)
     EXPECT_EQ(npos, empty.findChar(L'a', 0));
 }
 
-TEST(corestring, FindNoCaseIgnoresCase)
+TEST(corestringText, FindNoCaseIgnoresCase)
 {
     EXPECT_EQ(6u, corestring::findNoCase(L"Hello World", L"WORLD"));
     EXPECT_EQ(0u, corestring::findNoCase(L"MSIEXEC.EXE /i", L"msiexec"));
@@ -314,7 +314,7 @@ TEST(corestring, FindNoCaseIgnoresCase)
     EXPECT_EQ(npos, corestring::findNoCase(L"", L"a"));
 }
 
-TEST(corestring, StripExtensionCutsAtTheLastDot)
+TEST(corestringText, StripExtensionCutsAtTheLastDot)
 {
     EXPECT_EQ(L"setup.x64", text(corestring::stripExtension(L"setup.x64.msi")));
     EXPECT_EQ(L"setup", text(corestring::stripExtension(L"setup")));
@@ -323,7 +323,7 @@ TEST(corestring, StripExtensionCutsAtTheLastDot)
     EXPECT_EQ(nullptr, corestring::stripExtension(nullptr).handle());
 }
 
-TEST(corestring, CharAtMayReadTheTerminatorButNoFurther)
+TEST(corestringText, CharAtMayReadTheTerminatorButNoFurther)
 {
     corestring s(L"ab");
     EXPECT_EQ(L'a', s.charAt(0));
@@ -341,7 +341,7 @@ TEST(corestring, CharAtMayReadTheTerminatorButNoFurther)
     EXPECT_THROW(empty.charAt(1), coreException);
 }
 
-TEST(corestring, CharAtForWriteOnlyReachesCharactersInUse)
+TEST(corestringText, CharAtForWriteOnlyReachesCharactersInUse)
 {
     corestring s(L"ab");
     s.charAtForWrite(1) = L'z';
@@ -358,7 +358,7 @@ TEST(corestring, CharAtForWriteOnlyReachesCharactersInUse)
 
 // ---------------------------------------------------------------- comparison
 
-TEST(corestring, EqualsComparesWholeStringsNotPrefixes)
+TEST(corestringText, EqualsComparesWholeStringsNotPrefixes)
 {
     corestring s(L"DOWNLOAD");
     EXPECT_TRUE(s.equals(L"DOWNLOAD", false));
@@ -372,7 +372,7 @@ TEST(corestring, EqualsComparesWholeStringsNotPrefixes)
     EXPECT_FALSE(empty.equals(L"x", false));
 }
 
-TEST(corestring, EqualsHonoursTheCaseFlag)
+TEST(corestringText, EqualsHonoursTheCaseFlag)
 {
     corestring s(L"Updating");
     EXPECT_TRUE(s.equals(L"UPDATING", true));
@@ -383,7 +383,7 @@ TEST(corestring, EqualsHonoursTheCaseFlag)
     EXPECT_FALSE(corestring(L"a") == corestring(L"A"));
 }
 
-TEST(corestring, KeywordEqualsIsExactWithOptionalCase)
+TEST(corestringText, KeywordEqualsIsExactWithOptionalCase)
 {
     EXPECT_TRUE(CORE::keywordEquals(L"ready", L"READY", true));
     EXPECT_FALSE(CORE::keywordEquals(L"ready", L"READY", false));
@@ -394,7 +394,7 @@ TEST(corestring, KeywordEqualsIsExactWithOptionalCase)
     EXPECT_TRUE(CORE::keywordEquals(nullptr, L"", true));
 }
 
-TEST(corestring, CompareNoCaseGivesMinusOneZeroOrOne)
+TEST(corestringText, CompareNoCaseGivesMinusOneZeroOrOne)
 {
     corestring s(L"abc");
     EXPECT_EQ(0, s.compareNoCase(L"ABC"));
@@ -409,7 +409,7 @@ TEST(corestring, CompareNoCaseGivesMinusOneZeroOrOne)
     EXPECT_EQ(-1, empty.compareNoCase(L"a"));
 }
 
-TEST(corestring, LessThanOrdersCaseSensitivelyByLocale)
+TEST(corestringText, LessThanOrdersCaseSensitivelyByLocale)
 {
     EXPECT_TRUE(corestring(L"a") < corestring(L"b"));
     EXPECT_FALSE(corestring(L"b") < corestring(L"a"));
@@ -423,7 +423,7 @@ TEST(corestring, LessThanOrdersCaseSensitivelyByLocale)
     EXPECT_TRUE(corestring(L"a") < corestring(L"A") || corestring(L"A") < corestring(L"a"));
 }
 
-TEST(corestring, OrderedContainersKeepCaseVariantsApart)
+TEST(corestringText, OrderedContainersKeepCaseVariantsApart)
 {
     std::set<corestring> names;
     names.insert(corestring(L"beta"));
@@ -439,7 +439,7 @@ TEST(corestring, OrderedContainersKeepCaseVariantsApart)
     EXPECT_EQ(2, values[corestring(L"k")]);
 }
 
-TEST(corestring, StartsWithIsAHitAtPositionZero)
+TEST(corestringText, StartsWithIsAHitAtPositionZero)
 {
     corestring s(L"HKLM\\Software");
     EXPECT_TRUE(s.startsWith(L"HKLM"));
@@ -451,7 +451,7 @@ TEST(corestring, StartsWithIsAHitAtPositionZero)
 
 // ---------------------------------------------------------------- numbers
 
-TEST(corestring, NormalizeNumberDropsLeadingZerosOnly)
+TEST(corestringText, NormalizeNumberDropsLeadingZerosOnly)
 {
     EXPECT_EQ(L"12", text(corestring(L"0012").normalizeNumber()));
     EXPECT_EQ(L"0x1F", text(corestring(L"0x1F").normalizeNumber()));
@@ -466,7 +466,7 @@ TEST(corestring, NormalizeNumberDropsLeadingZerosOnly)
     EXPECT_EQ(nullptr, corestring().normalizeNumber().handle());
 }
 
-TEST(corestring, NormalizeNumberLeavesTheOriginal)
+TEST(corestringText, NormalizeNumberLeavesTheOriginal)
 {
     corestring s(L" 010 ");
     corestring n = s.normalizeNumber();
@@ -474,7 +474,7 @@ TEST(corestring, NormalizeNumberLeavesTheOriginal)
     EXPECT_EQ(L" 010 ", text(s));
 }
 
-TEST(corestring, ToIntReadsLeadingZeroAsOctalUnlessNormalized)
+TEST(corestringText, ToIntReadsLeadingZeroAsOctalUnlessNormalized)
 {
     corestring s(L"010");
     EXPECT_EQ(8, s.toInt(false));
@@ -484,7 +484,7 @@ TEST(corestring, ToIntReadsLeadingZeroAsOctalUnlessNormalized)
     EXPECT_EQ(-10, negative.toInt(true));
 }
 
-TEST(corestring, ToIntReadsHexadecimalEitherWay)
+TEST(corestringText, ToIntReadsHexadecimalEitherWay)
 {
     corestring s(L"0x1F");
     EXPECT_EQ(31, s.toInt(false));
@@ -494,7 +494,7 @@ TEST(corestring, ToIntReadsHexadecimalEitherWay)
     EXPECT_EQ(42, corestring(L"42abc").toInt(false));
 }
 
-TEST(corestring, ToUIntAndToInt64CoverTheirRanges)
+TEST(corestringText, ToUIntAndToInt64CoverTheirRanges)
 {
     EXPECT_EQ(4294967295ul, corestring(L"4294967295").toUInt(false));
     EXPECT_EQ(0xFFFFFFFFul, corestring(L"0xFFFFFFFF").toUInt(true));
@@ -506,13 +506,13 @@ TEST(corestring, ToUIntAndToInt64CoverTheirRanges)
     EXPECT_EQ(10ll, corestring(L"010").toInt64(true));
 }
 
-TEST(corestring, NarrowToIntBehavesAlike)
+TEST(corestringText, NarrowToIntBehavesAlike)
 {
     EXPECT_EQ(8, coremstring("010").toInt(false));
     EXPECT_EQ(10, coremstring("010").toInt(true));
 }
 
-TEST(corestring, FromNumberWritesDigitsInTheRadix)
+TEST(corestringText, FromNumberWritesDigitsInTheRadix)
 {
     EXPECT_EQ(L"0", text(corestring::fromNumber(0u, 10)));
     EXPECT_EQ(L"4294967295", text(corestring::fromNumber(4294967295u, 10)));
@@ -524,7 +524,7 @@ TEST(corestring, FromNumberWritesDigitsInTheRadix)
 
 // ---------------------------------------------------------------- format
 
-TEST(corestring, FormatPercentSIsWideInAWideFormat)
+TEST(corestringText, FormatPercentSIsWideInAWideFormat)
 {
     corestring out;
     corestring& r = corestring::format(out, L"%s: %s", L"App::Update", L"INFO: started");
@@ -532,21 +532,21 @@ TEST(corestring, FormatPercentSIsWideInAWideFormat)
     EXPECT_EQ(L"App::Update: INFO: started", text(out));
 }
 
-TEST(corestring, FormatCapitalSIsNarrow)
+TEST(corestringText, FormatCapitalSIsNarrow)
 {
     corestring out;
     corestring::format(out, L"[%S]", "narrow");
     EXPECT_EQ(L"[narrow]", text(out));
 }
 
-TEST(corestring, FormatI64uAndD)
+TEST(corestringText, FormatI64uAndD)
 {
     corestring out;
     corestring::format(out, L"%I64u/%d/%u/%08X", 18446744073709551615ull, -42, 7u, 0xBEEFu);
     EXPECT_EQ(L"18446744073709551615/-42/7/0000BEEF", text(out));
 }
 
-TEST(corestring, FormatTakesPositionalArguments)
+TEST(corestringText, FormatTakesPositionalArguments)
 {
     corestring out;
     corestring::format(out, L"%2$s %1$s", L"world", L"hello");
@@ -555,7 +555,7 @@ TEST(corestring, FormatTakesPositionalArguments)
     EXPECT_EQ(L"5-x-5", text(out));
 }
 
-TEST(corestring, FormatNullHandlePrintsNull)
+TEST(corestringText, FormatNullHandlePrintsNull)
 {
     corestring empty;
     corestring out;
@@ -565,7 +565,7 @@ TEST(corestring, FormatNullHandlePrintsNull)
     EXPECT_EQ(L"value=", text(out));
 }
 
-TEST(corestring, FormatDoublesTheBufferForLongOutput)
+TEST(corestringText, FormatDoublesTheBufferForLongOutput)
 {
     std::wstring longText(20000, L'q');
     corestring out;
@@ -577,7 +577,7 @@ TEST(corestring, FormatDoublesTheBufferForLongOutput)
     EXPECT_EQ(L' ', out.handle()[0]);
 }
 
-TEST(corestring, FormatAroundTheFirstBufferSize)
+TEST(corestringText, FormatAroundTheFirstBufferSize)
 {
     corestring out;
     corestring::format(out, L"%8191d", 1);  // fits with its terminator
@@ -587,35 +587,35 @@ TEST(corestring, FormatAroundTheFirstBufferSize)
     EXPECT_EQ(L'2', out.handle()[8191]);
 }
 
-TEST(corestring, FormatStopsAtTheFirstTerminator)
+TEST(corestringText, FormatStopsAtTheFirstTerminator)
 {
     corestring out;
     corestring::format(out, L"a%cb", 0);
     EXPECT_EQ(L"a", text(out));
 }
 
-TEST(corestring, FormatOfNothingGivesNullHandle)
+TEST(corestringText, FormatOfNothingGivesNullHandle)
 {
     corestring out(L"old");
     corestring::format(out, L"%s", L"");
     EXPECT_EQ(nullptr, out.handle());
 }
 
-TEST(corestring, FormatMayTakeItsOutputAsArgument)
+TEST(corestringText, FormatMayTakeItsOutputAsArgument)
 {
     corestring out(L"base");
     corestring::format(out, L"%s+%s", out.c_str(), L"more");
     EXPECT_EQ(L"base+more", text(out));
 }
 
-TEST(corestring, WideVformatGrowsFromTheCallersSize)
+TEST(corestringText, WideVformatGrowsFromTheCallersSize)
 {
     corestring out;
     wideFormatFrom(out, 2, L"%s-%d", L"abcdefgh", 42);
     EXPECT_EQ(L"abcdefgh-42", text(out));
 }
 
-TEST(corestring, NarrowVformatGrowsFromTheCallersSize)
+TEST(corestringText, NarrowVformatGrowsFromTheCallersSize)
 {
     coremstring out;
     narrowFormat(out, 4, "%s-%d", "abcdefgh", 42);
@@ -631,7 +631,7 @@ TEST(corestring, NarrowVformatGrowsFromTheCallersSize)
 
 // ---------------------------------------------------------------- conversion
 
-TEST(corestring, Utf8RoundTripKeepsNonAscii)
+TEST(corestringText, Utf8RoundTripKeepsNonAscii)
 {
     const wchar_t* wide = L"Gr\x00FC\x00DF" L"e \x20AC \x4E2D";
     coremstring narrow = CORE::to_mstr(wide, std::wcslen(wide), 65001);
@@ -640,7 +640,7 @@ TEST(corestring, Utf8RoundTripKeepsNonAscii)
     EXPECT_EQ(std::wstring(wide), text(back));
 }
 
-TEST(corestring, ToMstrTakesThreeBytesPerCharacter)
+TEST(corestringText, ToMstrTakesThreeBytesPerCharacter)
 {
     std::wstring euros(3000, L'\x20AC');
     coremstring narrow = CORE::to_mstr(euros.c_str(), euros.size(), 65001);
@@ -649,7 +649,7 @@ TEST(corestring, ToMstrTakesThreeBytesPerCharacter)
     EXPECT_EQ(euros, text(back));
 }
 
-TEST(corestring, ConversionOfNullOrZeroLengthGivesNullHandle)
+TEST(corestringText, ConversionOfNullOrZeroLengthGivesNullHandle)
 {
     EXPECT_EQ(nullptr, CORE::to_mstr(nullptr, 5, 65001).handle());
     EXPECT_EQ(nullptr, CORE::to_mstr(L"abc", 0, 65001).handle());
@@ -659,13 +659,13 @@ TEST(corestring, ConversionOfNullOrZeroLengthGivesNullHandle)
     EXPECT_EQ(nullptr, CORE::to_wstr("", coremstring::npos, 65001).handle());
 }
 
-TEST(corestring, ConversionStopsAtTheFirstZero)
+TEST(corestringText, ConversionStopsAtTheFirstZero)
 {
     EXPECT_EQ("ab", text(CORE::to_mstr(L"ab\0cd", 5, 65001)));
     EXPECT_EQ(L"ab", text(CORE::to_wstr("ab\0cd", 5, 65001)));
 }
 
-TEST(corestring, ConversionFailureThrowsItsOwnText)
+TEST(corestringText, ConversionFailureThrowsItsOwnText)
 {
     try {
         CORE::to_mstr(L"abc", 3, 4711);  // no such code page
@@ -684,7 +684,7 @@ TEST(corestring, ConversionFailureThrowsItsOwnText)
 
 // ---------------------------------------------------------------- tokens
 
-TEST(corestring, TokenizeReadsDoubledQuoteAsOne)
+TEST(corestringText, TokenizeReadsDoubledQuoteAsOne)
 {
     const wchar_t* cursor = L"a \"b\"\"c\" d";
     corestring first = corestring::tokenize(cursor, L" ", L"\"");
@@ -699,7 +699,7 @@ TEST(corestring, TokenizeReadsDoubledQuoteAsOne)
     EXPECT_EQ(nullptr, corestring::tokenize(cursor, L" ", L"\"").handle());
 }
 
-TEST(corestring, SplitOfTheQuotedExampleGivesThreeTokens)
+TEST(corestringText, SplitOfTheQuotedExampleGivesThreeTokens)
 {
     CORE::StringList list = corestring::split(L"a \"b\"\"c\" d", L" ", L"\"");
     ASSERT_EQ(3u, list.size());
@@ -708,7 +708,7 @@ TEST(corestring, SplitOfTheQuotedExampleGivesThreeTokens)
     EXPECT_EQ(L"d", text(list[2]));
 }
 
-TEST(corestring, UnbalancedQuoteIsReadAsPlainTokenWithTheQuote)
+TEST(corestringText, UnbalancedQuoteIsReadAsPlainTokenWithTheQuote)
 {
     CORE::StringList list = corestring::split(L"a \"bc d", L" ", L"\"");
     ASSERT_EQ(3u, list.size());
@@ -717,7 +717,7 @@ TEST(corestring, UnbalancedQuoteIsReadAsPlainTokenWithTheQuote)
     EXPECT_EQ(L"d", text(list[2]));
 }
 
-TEST(corestring, UnbalancedQuoteAfterADoubledPairIsReadPlain)
+TEST(corestringText, UnbalancedQuoteAfterADoubledPairIsReadPlain)
 {
     const wchar_t* cursor = L"\"x\"\"y z";
     corestring token = corestring::tokenize(cursor, L" ", L"\"");
@@ -725,7 +725,7 @@ TEST(corestring, UnbalancedQuoteAfterADoubledPairIsReadPlain)
     EXPECT_EQ(L' ', *cursor);
 }
 
-TEST(corestring, QuotedTokenKeepsDelimitersAndEndsAtTheQuote)
+TEST(corestringText, QuotedTokenKeepsDelimitersAndEndsAtTheQuote)
 {
     CORE::StringList list = corestring::split(L"  \"C:\\Program Files\\x\"next", L" ", L"\"");
     ASSERT_EQ(2u, list.size());
@@ -733,14 +733,14 @@ TEST(corestring, QuotedTokenKeepsDelimitersAndEndsAtTheQuote)
     EXPECT_EQ(L"next", text(list[1]));
 }
 
-TEST(corestring, DoubledQuoteAtTheEndOfAQuotedToken)
+TEST(corestringText, DoubledQuoteAtTheEndOfAQuotedToken)
 {
     CORE::StringList list = corestring::split(L"\"ab\"\"\"", L" ", L"\"");
     ASSERT_EQ(1u, list.size());
     EXPECT_EQ(L"ab\"", text(list[0]));
 }
 
-TEST(corestring, EitherQuoteCharacterOpensAndOnlyItCloses)
+TEST(corestringText, EitherQuoteCharacterOpensAndOnlyItCloses)
 {
     CORE::StringList list = corestring::split(L"'a\"b' \"c'd\"", L" ", L"'\"");
     ASSERT_EQ(2u, list.size());
@@ -748,7 +748,7 @@ TEST(corestring, EitherQuoteCharacterOpensAndOnlyItCloses)
     EXPECT_EQ(L"c'd", text(list[1]));
 }
 
-TEST(corestring, SplitStopsAtTheFirstEmptyToken)
+TEST(corestringText, SplitStopsAtTheFirstEmptyToken)
 {
     CORE::StringList list = corestring::split(L"a,b,,c", L",", nullptr);
     // Runs of delimiters are skipped, so no empty token arises in the middle.
@@ -759,7 +759,7 @@ TEST(corestring, SplitStopsAtTheFirstEmptyToken)
     EXPECT_TRUE(corestring::split(nullptr, L",", nullptr).empty());
 }
 
-TEST(corestring, SplitStopsAtAQuotedEmptyToken)
+TEST(corestringText, SplitStopsAtAQuotedEmptyToken)
 {
     CORE::StringList list = corestring::split(L"a \"\" b", L" ", L"\"");
     ASSERT_EQ(1u, list.size());
@@ -767,7 +767,7 @@ TEST(corestring, SplitStopsAtAQuotedEmptyToken)
     EXPECT_TRUE(corestring::split(L"\"\" a b", L" ", L"\"").empty());
 }
 
-TEST(corestring, SplitWithoutQuotesReadsQuotesAsText)
+TEST(corestringText, SplitWithoutQuotesReadsQuotesAsText)
 {
     CORE::StringList list = corestring::split(L"\"a b\"", L" ", nullptr);
     ASSERT_EQ(2u, list.size());
@@ -775,7 +775,7 @@ TEST(corestring, SplitWithoutQuotesReadsQuotesAsText)
     EXPECT_EQ(L"b\"", text(list[1]));
 }
 
-TEST(corestring, NarrowSplitBehavesAlike)
+TEST(corestringText, NarrowSplitBehavesAlike)
 {
     std::vector<coremstring> list = coremstring::split("x \"y\"\"z\" w", " ", "\"");
     ASSERT_EQ(3u, list.size());
@@ -784,7 +784,7 @@ TEST(corestring, NarrowSplitBehavesAlike)
 
 // ---------------------------------------------------------------- platform text
 
-TEST(corestring, SystemMessageIsTrimmed)
+TEST(corestringText, SystemMessageIsTrimmed)
 {
     corestring s = CORE::systemMessage(0, 0, FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_IGNORE_INSERTS,
                                        L" \t message text \r\n", nullptr);
@@ -796,7 +796,7 @@ TEST(corestring, SystemMessageIsTrimmed)
     EXPECT_TRUE(last != L'\n' && last != L'\r' && last != L' ' && last != L'\t');
 }
 
-TEST(corestring, SystemMessageWithoutTextIsEmpty)
+TEST(corestringText, SystemMessageWithoutTextIsEmpty)
 {
     ASSERT_EQ(L"", systemTextOf(0x1234567u));
     corestring s = CORE::systemMessage(0x1234567u, 0, FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
@@ -804,14 +804,14 @@ TEST(corestring, SystemMessageWithoutTextIsEmpty)
     EXPECT_EQ(nullptr, s.handle());
 }
 
-TEST(corestring, ErrorTextOfALowCodeIsDecimalWithSystemText)
+TEST(corestringText, ErrorTextOfALowCodeIsDecimalWithSystemText)
 {
     std::wstring system = systemTextOf(5);
     ASSERT_FALSE(system.empty());
     EXPECT_EQ(L"5 (" + system + L")", text(CORE::errorText(5)));
 }
 
-TEST(corestring, ErrorTextOfAHighCodeIsSixteenHexDigits)
+TEST(corestringText, ErrorTextOfAHighCodeIsSixteenHexDigits)
 {
     std::wstring system = systemTextOf(0x80070005u);
     EXPECT_EQ(L"0x0000000080070005 (" + system + L")", text(CORE::errorText(0x80070005u)));
@@ -819,7 +819,7 @@ TEST(corestring, ErrorTextOfAHighCodeIsSixteenHexDigits)
     EXPECT_EQ(L"0x00000000DEADBEEF ()", text(CORE::errorText(0xDEADBEEFu)));
 }
 
-TEST(corestring, ErrorTextWithoutSystemTextHasAnEmptyPair)
+TEST(corestringText, ErrorTextWithoutSystemTextHasAnEmptyPair)
 {
     ASSERT_EQ(L"", systemTextOf(0x1234567u));
     EXPECT_EQ(L"19088743 ()", text(CORE::errorText(0x1234567u)));
@@ -827,7 +827,7 @@ TEST(corestring, ErrorTextWithoutSystemTextHasAnEmptyPair)
 
 // ---------------------------------------------------------------- coreException
 
-TEST(corestring, CoreExceptionHoldsItsOwnCopyOfTheText)
+TEST(corestringText, CoreExceptionHoldsItsOwnCopyOfTheText)
 {
     static_assert(std::has_virtual_destructor_v<coreException>, "thrown and caught by base");
     wchar_t buffer[] = L"OutOfMem";

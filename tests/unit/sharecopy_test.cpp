@@ -469,10 +469,4 @@ TEST(Util_GetFileNamePart, EmptyBehindATrailingBackslash)
     EXPECT_STREQ(L"", Util_GetFileNamePart(L"\\\\server\\share/").c_str());
 }
 
-TEST(Util_GetParentPath, FolderOfAShareFile)
-{
-    EXPECT_STREQ(L"\\\\server\\share\\folder", Util_GetParentPath(L"//server/share/folder/agent.msi").c_str());
-    EXPECT_STREQ(L"", Util_GetParentPath(L"agent.msi").c_str());
-}
-
 }  // namespace

@@ -237,16 +237,3 @@ TEST(IsPreflightCheckComplete, IsNotPolicyAware)
                      L"PreflightCheckComplete", L"1");
     EXPECT_FALSE(IsPreflightCheckComplete());
 }
-
-TEST(AgentIsHostX64, OnlyAmd64Counts)
-{
-    FakePlatform p;
-    p.processes.processorArchitecture = PROCESSOR_ARCHITECTURE_AMD64;
-    EXPECT_TRUE(Agent::IsHostX64());
-    EXPECT_TRUE(p.logHas(L"Agent::IsHostX64: host system: 64-bit"));
-    p.processes.processorArchitecture = PROCESSOR_ARCHITECTURE_ARM64;
-    EXPECT_FALSE(Agent::IsHostX64());
-    p.processes.processorArchitecture = PROCESSOR_ARCHITECTURE_INTEL;
-    EXPECT_FALSE(Agent::IsHostX64());
-    EXPECT_TRUE(p.logHas(L"Agent::IsHostX64: host system: 32-bit"));
-}

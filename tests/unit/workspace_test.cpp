@@ -87,6 +87,12 @@ TEST(Util_GetParentPath, CutsBeforeTheLastBackslashAfterTurningSlashes)
     EXPECT_EQ(nullptr, Util_GetParentPath(corestring()).handle());
 }
 
+TEST(Util_GetParentPath, FolderOfAShareFile)
+{
+    EXPECT_STREQ(L"\\\\server\\share\\folder", Util_GetParentPath(L"//server/share/folder/agent.msi").c_str());
+    EXPECT_STREQ(L"", Util_GetParentPath(L"agent.msi").c_str());
+}
+
 TEST(UtilCleanupWorkspace, NothingToDoWithoutAFileName)
 {
     FakePlatform p;

@@ -1,0 +1,3 @@
+#include "core/log/LogLine.h"
+
+void line() { LogLine(L"%s: done", L"Tag", 5); }
