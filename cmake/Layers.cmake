@@ -46,6 +46,8 @@ function(zt_layer name)
     list(FILTER sources EXCLUDE REGEX "${pattern}")
   endforeach()
   zt_layer_include_tree(${name} ${arg_SEES} ${arg_FOLDER})
+  string(REPLACE ";" " " seen "${arg_SEES}")
+  set_property(GLOBAL APPEND PROPERTY ZT_LAYER_MANIFEST "${arg_FOLDER} ${seen}")
   add_library(zt_${name} STATIC ${sources})
   target_include_directories(zt_${name} PRIVATE ${ZT_LAYER_ROOT}/${name})
   target_link_libraries(zt_${name} PUBLIC ${arg_LINKS})
@@ -61,6 +63,7 @@ target_include_directories(zt_delivery_types INTERFACE ${CMAKE_SOURCE_DIR}/deliv
 
 zt_layer(core FOLDER core)
 # The service interfaces: headers only, so no library of their own.
+set_property(GLOBAL APPEND PROPERTY ZT_LAYER_MANIFEST "platform core")
 add_library(zt_platform INTERFACE)
 target_link_libraries(zt_platform INTERFACE zt_core zt_delivery_types)
 # The Win32 set of the services, the default until a test installs fakes.
@@ -76,6 +79,11 @@ zt_layer(agent FOLDER agent SEES core platform registry update fetch diagnostics
 # The program's entry (wmain.cpp, process_globals.cpp) is the executable's.
 zt_layer(app FOLDER app SEES core platform registry update fetch diagnostics agent LINKS zt_agent
   EXCLUDE "/src/app/(wmain|process_globals)\\.cpp$")
+
+# Which folder sees which, for the test that checks the includes of headers.
+get_property(zt_manifest GLOBAL PROPERTY ZT_LAYER_MANIFEST)
+string(REPLACE ";" "\n" zt_manifest "${zt_manifest}")
+file(WRITE ${ZT_LAYER_ROOT}/manifest.txt "${zt_manifest}\n")
 
 # The whole program for tests and benchmarks, which may look at any layer.
 add_library(zt_everything INTERFACE)
