@@ -19,24 +19,20 @@ configure: deps
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-# Builds everything, makes the lab and runs unit and integration tests.
+# Builds everything, makes the lab and runs unit and integration tests; the
+# lab is stopped however the run ends, Ctrl-C included.
 test: build
-	scripts/lab.sh prepare $(PREFIX)
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS); rc=$$?; \
-	  $(CURDIR)/scripts/lab.sh stop $(PREFIX); exit $$rc
+	scripts/test.sh $(BUILD) $(PREFIX) $(JOBS)
 
 # Runs the tool's job in a fresh lab and shows what it left behind.
 demo: build
 	scripts/demo.sh $(BUILD)
 
 bench: build
-	-scripts/lab.sh stop $(BENCH_PREFIX)
-	rm -rf $(BENCH_PREFIX)
-	scripts/lab.sh prepare $(BENCH_PREFIX)
-	ZT_WINEPREFIX=$(BENCH_PREFIX) scripts/bench.sh $(BUILD); rc=$$?; \
-	  scripts/lab.sh stop $(BENCH_PREFIX); rm -rf $(BENCH_PREFIX) $(BENCH_PREFIX).lock; exit $$rc
+	scripts/bench.sh $(BUILD) $(BENCH_PREFIX)
 
 clean:
 	-scripts/lab.sh stop $(PREFIX)
 	-scripts/lab.sh stop $(abspath $(BUILD))/wineprefix-demo
+	-scripts/lab.sh stop $(BENCH_PREFIX)
 	rm -rf $(BUILD)

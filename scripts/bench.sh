@@ -1,10 +1,14 @@
 #!/bin/bash
 # Prints the benchmark figures of a build tree (figures, not pass/fail).
-#   bench.sh BUILD        BENCH_RUNS=n sets the start-up runs (default 20)
-# The lab must be up: `make bench` makes a fresh one (ZT_WINEPREFIX) before
-# and removes it after.
+#   bench.sh BUILD PREFIX   BENCH_RUNS=n sets the start-up runs (default 20)
+# The benchmarks run in a fresh lab of their own in PREFIX, made here and
+# stopped and removed however the run ends, Ctrl-C included, together with
+# the large files of the run.
 set -euo pipefail
-build=$(cd "${1:?usage: bench.sh BUILD}" && pwd)
+usage="usage: bench.sh BUILD PREFIX"
+here=$(cd "$(dirname "$0")" && pwd)
+build=$(cd "${1:?$usage}" && pwd)
+prefix=$(realpath -m "${2:?$usage}")
 runs=${BENCH_RUNS:-20}
 
 for exe in zenthra-updatetool.exe trivial.exe bench_startup.exe bench_toollog.exe; do
@@ -13,6 +17,23 @@ for exe in zenthra-updatetool.exe trivial.exe bench_startup.exe bench_toollog.ex
     exit 1
   fi
 done
+
+big_dir="$build/lab/share/zt-bench"
+big_scratch="$build/bench-scratch"
+clean_up() {
+  trap '' INT TERM
+  "$here/lab.sh" stop "$prefix"
+  rm -rf "$prefix" "$prefix.lock" "$big_dir" "$big_scratch"
+}
+# What an earlier run left behind goes first.
+"$here/lab.sh" stop "$prefix"
+rm -rf "$prefix"
+trap clean_up EXIT
+# A signal ends the script through its EXIT trap; the status says which.
+trap 'exit 130' INT
+trap 'exit 143' TERM
+"$here/lab.sh" prepare "$prefix"
+export ZT_WINEPREFIX=$prefix
 
 # The Windows programs print CR LF.
 echo "== Start-up: the tool with no job against a program that does nothing"
@@ -40,14 +61,11 @@ fi
 # rounds (default 3). Each round runs the tool and the Linux tools one right
 # after the other, so that the other work on a shared machine weighs on both
 # alike; the ratio printed is the median of the rounds' ratios. The 1 GiB
-# files go afterwards.
+# files go with the lab at the end.
 if [ "${BENCH_BIG:-1}" != 0 ] && [ -f "$build/bin/bench_fetch.exe" ] && [ -f "$build/bin/bench_checksum.exe" ]; then
   big_runs=${BENCH_BIG_RUNS:-3}
-  big_dir="$build/lab/share/zt-bench"
-  big_scratch="$build/bench-scratch"
   rm -rf "$big_dir" "$big_scratch"
   mkdir -p "$big_dir" "$big_scratch"
-  trap 'rm -rf "$big_dir" "$big_scratch"' EXIT
   payload="$big_dir/payload.bin"
   head -c 1073741824 /dev/urandom > "$payload"
   big_size=$(stat -c %s "$payload")
