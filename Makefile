@@ -29,6 +29,7 @@ demo: build
 	scripts/demo.sh $(BUILD)
 
 bench: build
+	cmake --build $(BUILD) --target zt_benchmarks -j $(JOBS)
 	scripts/bench.sh $(BUILD) $(BENCH_PREFIX)
 
 clean:

@@ -13,7 +13,7 @@ runs=${BENCH_RUNS:-20}
 
 for exe in zenthra-updatetool.exe trivial.exe bench_startup.exe bench_toollog.exe; do
   if [ ! -f "$build/bin/$exe" ]; then
-    echo "bench: $build/bin/$exe is missing; build first" >&2
+    echo "bench: $build/bin/$exe is missing; build the target zt_benchmarks first" >&2
     exit 1
   fi
 done
