@@ -149,9 +149,7 @@ JobRun JobTest::RunJob(RunOptions options)
 {
     JobRun job;
     job.startedAt = _time64(nullptr);
-    ULONGLONG start = ::GetTickCount64();
     job.run = Run(options);
-    job.elapsedMs = static_cast<DWORD>(::GetTickCount64() - start);
     job.endedAt = _time64(nullptr);
     job.log = ReadNewestLog(logsDir_);
     job.console = MessagesOf(OutputLines(job.run.out));

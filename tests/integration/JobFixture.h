@@ -59,7 +59,6 @@ struct JobRun {
     std::vector<std::string> console;  // time-stamped messages of standard output
     int64_t startedAt = 0;
     int64_t endedAt = 0;
-    DWORD elapsedMs = 0;
 };
 
 class JobTest : public ToolTest {

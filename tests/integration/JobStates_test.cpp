@@ -62,12 +62,13 @@ TEST_F(JobStates, FailedFetchWithRetriesLeftWaitsAndGoesBackToReadyWithProgress)
     }
 }
 
-TEST_F(JobStates, DownloadRetryWaitsTheWholePeriodEvenBelowOneMinute)
+// How long the wait lasts is for the state machine's unit tests to see, with
+// a clock of their own; here the run announces it and ends it.
+TEST_F(JobStates, DownloadRetryBelowOneMinuteIsAnnouncedAsZeroMinutes)
 {
     SetRetrySettings(L"1500");
     WriteStateJob(L"DOWNLOAD", L"FAILURE", L"");
     JobRun job = RunExpecting(-1);
-    EXPECT_GE(job.elapsedMs, 1500u);
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {"UtilTryAgain: updating retry: 1, max attempt allowed: 2",
                                                 "Util_UpdateDone: wait for 0 mins", "Util_UpdateDone: done waiting"}));
     EXPECT_TRUE(HasWrittenValues(key_, {"READY", "PROGRESS", "", kNoShare, kNoShareText, "1"}));
@@ -75,11 +76,9 @@ TEST_F(JobStates, DownloadRetryWaitsTheWholePeriodEvenBelowOneMinute)
 
 TEST_F(JobStates, DownloadFailureOverTheLimitEndsInDoneWithoutWaiting)
 {
-    // A wait here would show in the run's length.
     SetRetrySettings(L"8000");
     WriteStateJob(L"DOWNLOAD", L"FAILURE", L"2");
     JobRun job = RunExpecting(-1);
-    EXPECT_LT(job.elapsedMs, 8000u);
     EXPECT_TRUE(HasWrittenValues(key_, {"DONE", "FAILURE", "", kNoShare, kNoShareText, "3"}));
     EXPECT_TRUE(HasLinesInOrder(Messages(job), {
         "UtilTryAgain: exceeded retry attempts: 3, max attempt allowed: 2",
@@ -89,6 +88,7 @@ TEST_F(JobStates, DownloadFailureOverTheLimitEndsInDoneWithoutWaiting)
         "UtilManageUpdateState: Update key: job new state: DONE result: FAILURE",
     }));
     EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Util_UpdateDone: wait for"));
+    EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Util_UpdateDone: done waiting"));
     ExpectOneEntry(job, {"job", "NONE", "", "2.5.0.7", "DONE", 3, "FAILURE", kNoShare, kNoShareText});
 }
 
@@ -100,8 +100,8 @@ TEST_F(JobStates, MaxRetryOfZeroOrTextMakesTheFirstFailedFetchExceedTheLimit)
         SetRetrySettings(L"8000", maxRetry);
         WriteStateJob(L"DOWNLOAD", L"", L"");
         JobRun job = RunExpecting(-1);
-        EXPECT_LT(job.elapsedMs, 8000u);
         EXPECT_TRUE(HasWrittenValues(key_, {"DONE", "FAILURE", "", kNoShare, kNoShareText, "1"}));
+        EXPECT_TRUE(LacksLineStartingWith(Messages(job), "Util_UpdateDone: wait for"));
         EXPECT_TRUE(HasLinesInOrder(Messages(job), {"UtilTryAgain: exceeded retry attempts: 1, max attempt allowed: 0",
                                                     "UtilTryAgain: updating retry: 1, max attempt allowed: 0",
                                                     "Util_UpdateDone: Download/Copy failure crossed download/Copy "

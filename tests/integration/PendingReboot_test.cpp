@@ -1,7 +1,8 @@
 // The tool's own reboot marker "Agent\UpdateStatusVolatile\NeedReboot": if it
 // stands under either root, the run waits five minutes once before going on.
-// The tests never sit out the wait: they watch the start of it and end the
-// process.
+// The tests never sit out the wait: they catch the run inside it and end the
+// process. How long the wait lasts is for wmain's unit tests to see, with a
+// clock of their own.
 #include "Harness.h"
 
 namespace it {
@@ -11,16 +12,35 @@ constexpr DWORD kLineTimeoutMs = 30000;
 
 class PendingReboot : public ToolTest {
 protected:
-    // Starts the tool, waits for the wait line and checks that the process
-    // is still sleeping `stillAliveMs` later.
-    void ExpectWait(ToolProcess& tool, DWORD stillAliveMs)
+    // Starts the tool and catches it in the wait: the announcement is the last
+    // line of its log, written whole to disk, the run has done nothing after
+    // it, and the process is still there.
+    void ExpectWait(ToolProcess& tool)
     {
         tool.Start(Options());
         ASSERT_TRUE(tool.WaitForOutput(kRebootWaitLine, kLineTimeoutMs))
             << "no wait line; output:\n"
             << tool.Output();
-        ::Sleep(stillAliveMs);
+        // The console copy of a line comes before the file's.
+        std::optional<LogFile> log = WaitForLogMessage(kRebootWaitLine);
+        ASSERT_TRUE(log.has_value()) << "the log never got the wait line";
+        std::vector<std::string> expected = {kBeginLine, VersionLine(), kRebootWaitLine};
+        EXPECT_EQ(log->messages, expected) << log->text;
+        EXPECT_TRUE(log->hasBom);
+        EXPECT_TRUE(log->endsWithCrLf);
         EXPECT_TRUE(tool.Alive()) << "the tool stopped waiting; output:\n" << tool.Output();
+    }
+
+    // The newest log once it holds the message; nothing if it never does.
+    std::optional<LogFile> WaitForLogMessage(const std::string& message)
+    {
+        for (DWORD look = 0; look < kLineTimeoutMs / 50; ++look) {
+            std::optional<LogFile> log = ReadNewestLog(logsDir_);
+            if (log && ContainsMessage(log->messages, message))
+                return log;
+            ::Sleep(50);
+        }
+        return std::nullopt;
     }
 
     void ExpectNoWait()
@@ -35,7 +55,7 @@ TEST_F(PendingReboot, MarkerInTheVolatileKeyOfTheNewRootMakesTheRunWait)
 {
     WriteRaw(VolatileStatusKey(kNewRoot), L"NeedReboot", REG_SZ, Utf16Bytes(L"1", true), true);
     ToolProcess tool;
-    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool, 3000));
+    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool));
     EXPECT_EQ(CountMessages(MessagesOf(OutputLines(tool.Output())), kRebootWaitLine), 1u) << tool.Output();
     tool.Terminate();
 }
@@ -45,7 +65,7 @@ TEST_F(PendingReboot, MarkerUnderTheLegacyRootOnlyMakesTheRunWait)
     WriteString(VolatileStatusKey(kLegacyRoot), L"NeedReboot", L"1");
     ASSERT_FALSE(KeyExists(VolatileStatusKey(kNewRoot)));
     ToolProcess tool;
-    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool, 3000));
+    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool));
     tool.Terminate();
 }
 
@@ -54,7 +74,7 @@ TEST_F(PendingReboot, MarkerUnderBothRootsGivesOneWait)
     WriteRaw(VolatileStatusKey(kNewRoot), L"NeedReboot", REG_DWORD, {1, 0, 0, 0}, true);
     WriteString(VolatileStatusKey(kLegacyRoot), L"NeedReboot", L"1");
     ToolProcess tool;
-    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool, 3000));
+    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool));
     EXPECT_EQ(CountMessages(MessagesOf(OutputLines(tool.Output())), kRebootWaitLine), 1u) << tool.Output();
     std::optional<LogFile> log = ReadNewestLog(logsDir_);
     ASSERT_TRUE(log.has_value());
@@ -86,7 +106,7 @@ TEST_F(PendingReboot, MarkerOfAnyTypeEvenWithEmptyDataCounts)
         logsDir_ = UseFreshLogsDir();
         WriteRaw(VolatileStatusKey(kLegacyRoot), L"NeedReboot", marker.type, marker.data);
         ToolProcess tool;
-        ExpectWait(tool, 500);
+        ExpectWait(tool);
         tool.Terminate();
     }
 }
@@ -95,14 +115,9 @@ TEST_F(PendingReboot, LogOnDiskIsCompleteWhileTheRunWaitsAndAfterItIsKilled)
 {
     WriteString(VolatileStatusKey(kNewRoot), L"NeedReboot", L"");
     ToolProcess tool;
-    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool, 500));
-
+    ASSERT_NO_FATAL_FAILURE(ExpectWait(tool));
     std::optional<LogFile> waiting = ReadNewestLog(logsDir_);
     ASSERT_TRUE(waiting.has_value());
-    EXPECT_TRUE(waiting->hasBom);
-    EXPECT_TRUE(waiting->endsWithCrLf);
-    std::vector<std::string> expected = {kBeginLine, VersionLine(), kRebootWaitLine};
-    EXPECT_EQ(waiting->messages, expected) << waiting->text;
 
     // A killed process runs no exit handlers: no end line, the file stays whole.
     tool.Terminate();
