@@ -10,10 +10,7 @@ using CORE::corestring;
 
 namespace {
 
-struct BufferFree {
-    void operator()(unsigned char* p) const { CORE::g_corestringMemory.free(p); }
-};
-using Buffer = std::unique_ptr<unsigned char, BufferFree>;
+using Buffer = CORE::corestring_buffer<unsigned char>;
 
 // UTF-16 little endian from `start` up to the first zero character. The two
 // zero bytes behind the data end the text at the latest; an odd last byte

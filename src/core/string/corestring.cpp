@@ -110,24 +110,16 @@ coremstring to_mstr(const wchar_t* text, std::uint64_t length, std::uint32_t cod
     if (length == 0)
         return coremstring();
     std::uint64_t size = 3 * (length + 1);
-    char* buffer = static_cast<char*>(g_corestringMemory.allocate(size));
+    corestring_buffer<char> buffer(static_cast<char*>(g_corestringMemory.allocate(size)));
     if (!buffer)
         throwOutOfMem();
-    int n = ::WideCharToMultiByte(codePage, 0, text, static_cast<int>(length + 1), buffer, static_cast<int>(size),
+    int n = ::WideCharToMultiByte(codePage, 0, text, static_cast<int>(length + 1), buffer.get(), static_cast<int>(size),
                                   nullptr, nullptr);
     if (n == 0) {
-        g_corestringMemory.free(buffer);
+        buffer.reset();
         throwCore(L"to_mstr Failed");
     }
-    coremstring result;
-    try {
-        result.assign(buffer, strnlen(buffer, static_cast<size_t>(n)));
-    } catch (...) {
-        g_corestringMemory.free(buffer);
-        throw;
-    }
-    g_corestringMemory.free(buffer);
-    return result;
+    return coremstring(buffer.get(), strnlen(buffer.get(), static_cast<size_t>(n)));
 }
 
 corestring to_wstr(const char* text, std::uint64_t length, std::uint32_t codePage)
@@ -139,44 +131,30 @@ corestring to_wstr(const char* text, std::uint64_t length, std::uint32_t codePag
     if (length == 0)
         return corestring();
     std::uint64_t size = length + 1;
-    auto* buffer = static_cast<wchar_t*>(g_corestringMemory.allocate(size * sizeof(wchar_t)));
+    corestring_buffer<wchar_t> buffer(static_cast<wchar_t*>(g_corestringMemory.allocate(size * sizeof(wchar_t))));
     if (!buffer)
         throwOutOfMem();
-    int n = ::MultiByteToWideChar(codePage, 0, text, static_cast<int>(length + 1), buffer, static_cast<int>(size));
+    int n = ::MultiByteToWideChar(codePage, 0, text, static_cast<int>(length + 1), buffer.get(), static_cast<int>(size));
     if (n == 0) {
-        g_corestringMemory.free(buffer);
+        buffer.reset();
         throwCore(L"to_wstr Failed");
     }
-    corestring result;
-    try {
-        result.assign(buffer, wcsnlen(buffer, static_cast<size_t>(n)));
-    } catch (...) {
-        g_corestringMemory.free(buffer);
-        throw;
-    }
-    g_corestringMemory.free(buffer);
-    return result;
+    return corestring(buffer.get(), wcsnlen(buffer.get(), static_cast<size_t>(n)));
 }
 
 corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t flags, const void* source,
                          va_list* arguments)
 {
     constexpr DWORD kSize = 4096;
-    auto* buffer = static_cast<wchar_t*>(g_corestringMemory.allocate(kSize * sizeof(wchar_t)));
+    corestring_buffer<wchar_t> buffer(static_cast<wchar_t*>(g_corestringMemory.allocate(kSize * sizeof(wchar_t))));
     if (!buffer)
         throwOutOfMem();
-    buffer[0] = L'\0';
-    DWORD n = ::FormatMessageW(flags, source, id, language, buffer, kSize, arguments);
+    buffer.get()[0] = L'\0';
+    DWORD n = ::FormatMessageW(flags, source, id, language, buffer.get(), kSize, arguments);
     corestring text;
-    try {
-        if (n)
-            text.assign(buffer, std::min<DWORD>(n, kSize - 1));
-        text.trim(corestring::blanks);
-    } catch (...) {
-        g_corestringMemory.free(buffer);
-        throw;
-    }
-    g_corestringMemory.free(buffer);
+    if (n)
+        text.assign(buffer.get(), std::min<DWORD>(n, kSize - 1));
+    text.trim(corestring::blanks);
     return text;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <memory>
 #include <vector>
 
 #include "core/string/coreexception.h"
@@ -44,6 +45,12 @@ inline void* corestringAllocate(std::size_t bytes) { return std::malloc(bytes); 
 inline void* corestringReallocate(void* block, std::size_t bytes) { return std::realloc(block, bytes); }
 inline void corestringFree(void* block) { std::free(block); }
 inline corestring_memory g_corestringMemory = {corestringAllocate, corestringReallocate, corestringFree};
+
+// A work buffer from g_corestringMemory, given back when it goes out of scope.
+struct corestring_memory_release {
+    void operator()(void* block) const { g_corestringMemory.free(block); }
+};
+template <class T> using corestring_buffer = std::unique_ptr<T, corestring_memory_release>;
 
 [[noreturn]] void throwCore(const wchar_t* text);
 [[noreturn]] inline void throwOutOfMem() { throwCore(L"OutOfMem"); }

@@ -194,22 +194,15 @@ template <class C> basic_corestring<C>& basic_corestring<C>::appendChar(C c, std
         return *this;
     C local[1024 / sizeof(C)];
     C* buffer = local;
+    corestring_buffer<C> heap;
     if (count > sizeof(local) / sizeof(C)) {
-        buffer = static_cast<C*>(g_corestringMemory.allocate(count * width));
-        if (!buffer)
+        heap.reset(static_cast<C*>(g_corestringMemory.allocate(count * width)));
+        if (!heap)
             throwOutOfMem();
+        buffer = heap.get();
     }
     std::fill(buffer, buffer + count, c);
-    try {
-        append(buffer, count);
-    } catch (...) {
-        if (buffer != local)
-            g_corestringMemory.free(buffer);
-        throw;
-    }
-    if (buffer != local)
-        g_corestringMemory.free(buffer);
-    return *this;
+    return append(buffer, count);
 }
 
 template <class C> basic_corestring<C>& basic_corestring<C>::appendPath(const C* component)
@@ -401,25 +394,18 @@ basic_corestring<C>& basic_corestring<C>::vformat(basic_corestring& out, std::ui
     constexpr std::uint64_t kLimit = std::uint64_t(1) << 24;
     std::uint64_t size = firstSize ? firstSize : 8192;
     for (;;) {
-        C* buffer = static_cast<C*>(g_corestringMemory.allocate(size * width));
+        corestring_buffer<C> buffer(static_cast<C*>(g_corestringMemory.allocate(size * width)));
         if (!buffer)
             throwOutOfMem();
         va_list copy;
         va_copy(copy, args);
-        int n = T::vformat(buffer, static_cast<size_t>(size), format, copy);
+        int n = T::vformat(buffer.get(), static_cast<size_t>(size), format, copy);
         va_end(copy);
         if (n >= 0 && static_cast<std::uint64_t>(n) < size) {
-            buffer[size - 1] = C(0);
-            try {
-                out.assign(buffer, T::len(buffer));
-            } catch (...) {
-                g_corestringMemory.free(buffer);
-                throw;
-            }
-            g_corestringMemory.free(buffer);
-            return out;
+            buffer.get()[size - 1] = C(0);
+            return out.assign(buffer.get(), T::len(buffer.get()));
         }
-        g_corestringMemory.free(buffer);
+        buffer.reset();
         if (size >= kLimit)
             throwOutOfMem();
         size *= 2;
