@@ -6,46 +6,36 @@
 
 namespace platform {
 
-struct FileTraits {
+// The invalid value of a kind, part of its type.
+struct InvalidHandleValue {
     using Handle = HANDLE;
     static Handle invalid() noexcept { return INVALID_HANDLE_VALUE; }
+};
+template <class H> struct NullInvalid {
+    using Handle = H;
+    static Handle invalid() noexcept { return nullptr; }
+};
+
+struct FileTraits : InvalidHandleValue {
     static void close(Handle h) { files().CloseHandle(h); }
 };
-
-struct FindTraits {
-    using Handle = HANDLE;
-    static Handle invalid() noexcept { return INVALID_HANDLE_VALUE; }
+struct FindTraits : InvalidHandleValue {
     static void close(Handle h) { files().FindClose(h); }
 };
-
-struct KeyTraits {
-    using Handle = HKEY;
-    static Handle invalid() noexcept { return nullptr; }
+struct KeyTraits : NullInvalid<HKEY> {
     static void close(Handle h) { keys().RegCloseKey(h); }
 };
-
 // Process and thread handles of a launched program.
-struct ProcessObjectTraits {
-    using Handle = HANDLE;
-    static Handle invalid() noexcept { return nullptr; }
+struct ProcessObjectTraits : NullInvalid<HANDLE> {
     static void close(Handle h) { processes().CloseHandle(h); }
 };
-
-struct TokenTraits {
-    using Handle = HANDLE;
-    static Handle invalid() noexcept { return nullptr; }
+struct TokenTraits : NullInvalid<HANDLE> {
     static void close(Handle h) { power().CloseHandle(h); }
 };
-
-struct HashAlgorithmTraits {
-    using Handle = BCRYPT_ALG_HANDLE;
-    static Handle invalid() noexcept { return nullptr; }
+struct HashAlgorithmTraits : NullInvalid<BCRYPT_ALG_HANDLE> {
     static void close(Handle h) { hashing().BCryptCloseAlgorithmProvider(h, 0); }
 };
-
-struct HashTraits {
-    using Handle = BCRYPT_HASH_HANDLE;
-    static Handle invalid() noexcept { return nullptr; }
+struct HashTraits : NullInvalid<BCRYPT_HASH_HANDLE> {
     static void close(Handle h) { hashing().BCryptDestroyHash(h); }
 };
 

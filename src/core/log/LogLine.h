@@ -67,26 +67,24 @@ consteval bool formatFits(const wchar_t* p, const Arg* args, std::size_t count)
             ++p;
             continue;
         }
-        while (*p == L'-' || *p == L'+' || *p == L' ' || *p == L'#' || *p == L'0')
-            ++p;
-        if (*p == L'*') {
-            if (!take(Arg::Int32))
-                return false;
-            ++p;
-        }
-        while (isDigit(*p))
-            ++p;
-        if (*p == L'$')
-            return false;
-        if (*p == L'.') {
-            ++p;
+        // Width and precision: digits, or "*" for an int argument.
+        auto widthOrPrecision = [&] {
             if (*p == L'*') {
-                if (!take(Arg::Int32))
-                    return false;
                 ++p;
+                return take(Arg::Int32);
             }
             while (isDigit(*p))
                 ++p;
+            return true;
+        };
+        while (*p == L'-' || *p == L'+' || *p == L' ' || *p == L'#' || *p == L'0')
+            ++p;
+        if (!widthOrPrecision() || *p == L'$')
+            return false;
+        if (*p == L'.') {
+            ++p;
+            if (!widthOrPrecision())
+                return false;
         }
         enum class Size { Default, Short, Long, Wide64 } size = Size::Default;
         if (*p == L'h') {
