@@ -20,7 +20,9 @@
 
 #include <json/json.h>
 
+#include "core/log/LogSink.h"
 #include "diagnostics/Telemetry.h"
+#include "diagnostics/ToolLog.h"
 #include "platform/Services.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateState.h"
@@ -120,6 +122,8 @@ int child(int entries, const std::wstring& base)
     platform::Services services = platform::win32Services();
     services.console = &quiet;
     platform::services() = services;
+    // The step's lines go to the tool log as in the program (no file here).
+    CORE::SetLogSink(&TheToolLog());
 
     g_updateRecord.sUpdateKey = L"{5A1C0E2B-7D4F-4C39-9B6E-2F8A1D3C4B5E}";
     g_updateRecord.sAgent = L"GenericAgent";

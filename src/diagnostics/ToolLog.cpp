@@ -72,6 +72,8 @@ void ToolLog::Open(ToolLog& log, bool registerExit)
     wchar_t module[260] = {};
     corestring line;
     if (platform::processes().GetModuleFileNameW(nullptr, module, 260)) {
+        // A cut name ends in a terminator on Windows, not on every system.
+        module[259] = L'\0';
         corestring version = CORE::to_wstr(GetFileVersionString(module).c_str());
         corestring::format(line, L"Updatetool Version: %s", version.c_str());
     } else {
