@@ -2,8 +2,8 @@
 
 #include "agent/GenericAgent.h"
 #include "agent/ToviAgent.h"
-#include "diagnostics/FailureReport.h"
 #include "core/log/LogLine.h"
+#include "diagnostics/FailureReport.h"
 #include "fetch/ErrorInfo.h"
 #include "fetch/Workspace.h"
 #include "platform/Services.h"

@@ -2,8 +2,8 @@
 
 #include "agent/Agent.h"
 #include "app/App.h"
-#include "diagnostics/Telemetry.h"
 #include "core/log/LogLine.h"
+#include "diagnostics/Telemetry.h"
 #include "fetch/Download.h"
 #include "fetch/ShareCopy.h"
 #include "platform/Services.h"

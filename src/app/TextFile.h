@@ -3,8 +3,8 @@
 // override file.
 #include <cstdint>
 
-#include "core/string/corestring.h"
 #include "core/NoCaseMap.h"
+#include "core/string/corestring.h"
 
 // Reads the whole file. UTF-16 little endian is recognised by its mark, or
 // by a zero second byte; anything else is multi-byte text in codePage, which

@@ -1,6 +1,6 @@
 #pragma once
-#include "update/RunResult.h"
 #include "core/string/corestring.h"
+#include "update/RunResult.h"
 
 // The text a preflight failure leaves in "ERRORCODE"; empty for other codes.
 CORE::corestring GetPreflightErrorName(RunResult code);

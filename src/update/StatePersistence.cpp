@@ -3,8 +3,8 @@
 #include <cwchar>
 
 #include "core/log/LogLine.h"
-#include "platform/Services.h"
 #include "platform/Handles.h"
+#include "platform/Services.h"
 #include "registry/Registry.h"
 #include "update/UpdateRecord.h"
 #include "update/UpdateRecordReader.h"

@@ -3,8 +3,8 @@
 
 #include <cwchar>
 
-#include "core/propertybag.h"
 #include "core/log/LogLine.h"
+#include "core/propertybag.h"
 #include "registry/Registry.h"
 #include "registry/RegistryEnumeration.h"
 #include "update/UpdateState.h"

@@ -1,7 +1,7 @@
 #pragma once
 // Finding the active job under the two roots and reading it into the record.
-#include "core/string/corestring.h"
 #include "core/NoCaseMap.h"
+#include "core/string/corestring.h"
 #include "update/UpdateRecord.h"
 
 // The first job key, legacy root first; sets sUpdateKey and bLegacyUpgrade.

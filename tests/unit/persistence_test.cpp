@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "update/StatePersistence.h"
 #include "update/StateMachine.h"
+#include "update/StatePersistence.h"
 #include "update_test_support.h"
 
 using namespace update_test;

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "app/App.h"
-#include "update/PreflightNames.h"
 #include "fakes/FakePlatform.h"
+#include "update/PreflightNames.h"
 #include "update/UpdateRecord.h"
 
 using CORE::corestring;

@@ -7,9 +7,9 @@
 #include <tuple>
 #include <vector>
 
+#include "app/RunSequence.h"
 #include "update/PreflightNames.h"
 #include "update/RunResult.h"
-#include "app/RunSequence.h"
 #include "update/StateMachine.h"
 #include "update_test_support.h"
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "fetch/DeliveryLog.h"
 #include "fakes/FakePlatform.h"
+#include "fetch/DeliveryLog.h"
 #include "update/UpdateRecord.h"
 
 using CORE::corestring;

@@ -1,7 +1,7 @@
 #include "core/string/corestring.h"
 
-#include "core/win.h"
 #include "core/LazyDll.h"
+#include "core/win.h"
 
 namespace CORE {
 
