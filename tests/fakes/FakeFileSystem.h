@@ -15,6 +15,8 @@ public:
     struct Node {
         bool directory = false;
         std::vector<unsigned char> bytes;
+        // Deleted while open with FILE_SHARE_DELETE: gone with its last handle.
+        bool deletePending = false;
     };
 
     FakeFileSystem();
@@ -78,14 +80,28 @@ private:
         DWORD share = 0;
         size_t position = 0;
     };
+    // What a search found, taken when it began.
+    struct Entry {
+        std::wstring name;
+        bool directory = false;
+        unsigned long long size = 0;
+    };
     struct Find {
-        std::vector<std::wstring> names;
+        std::vector<Entry> entries;
         size_t next = 0;
     };
     static std::wstring keyOf(const std::wstring& path);
     static std::wstring parentOf(const std::wstring& key);
+    static bool isDriveRoot(const std::wstring& key);
     bool parentExists(const std::wstring& key) const;
-    void fillFind(const std::wstring& name, LPWIN32_FIND_DATAW data) const;
+    // What Windows says of a path that names nothing: its folder is there or not.
+    DWORD missingError(const std::wstring& key) const;
+    // 0, or the error of an open that the handles already open on key refuse.
+    DWORD sharingError(const std::wstring& key, DWORD access, DWORD share) const;
+    // The attributes GetFileAttributesW gives, or INVALID_FILE_ATTRIBUTES and the error.
+    DWORD attributesOf(const std::wstring& key, DWORD& error) const;
+    void dropHandle(std::map<HANDLE, Open>::iterator it);
+    static void fillFind(const Entry& entry, LPWIN32_FIND_DATAW data);
 
     std::map<std::wstring, Node> m_nodes;   // by lower-case path
     std::map<std::wstring, std::wstring> m_names;  // lower-case -> as created

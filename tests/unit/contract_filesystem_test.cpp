@@ -648,6 +648,24 @@ TYPED_TEST(FileSystemContract, FindOfEverythingInAFolderIncludesItsDotEntries)
     EXPECT_EQ((std::vector<std::wstring>{L".", L".."}), names);
 }
 
+// A closing ".*" also matches a name without any dot, so "*.*" is
+// everything.
+TYPED_TEST(FileSystemContract, FindWithAClosingDotStarAlsoMatchesNamesWithoutADot)
+{
+    this->put(L"noext", "x");
+    this->put(L"a.b", "x");
+    for (const wchar_t* pattern : {L"*.*", L"noext.*"}) {
+        WIN32_FIND_DATAW data{};
+        FindHandle find(this->files().FindFirstFileW(this->at(pattern).c_str(), &data));
+        ASSERT_TRUE(find.valid()) << ::GetLastError();
+        std::vector<std::wstring> names;
+        do {
+            names.push_back(data.cFileName);
+        } while (this->files().FindNextFileW(find.get(), &data));
+        EXPECT_NE(names.end(), std::find(names.begin(), names.end(), L"noext")) << pattern;
+    }
+}
+
 TYPED_TEST(FileSystemContract, FindWithoutAMatchInAnExistingFolderGivesFileNotFound)
 {
     this->put(L"other.txt", "x");

@@ -39,7 +39,12 @@ std::wstring stillRunning(unsigned attempt)
 
 class PreflightTest : public ::testing::Test {
 protected:
-    PreflightTest() { p.files.currentDirectory = L"C:\\ProgramData\\Agent"; }
+    // A process's current directory is a folder that is there.
+    PreflightTest()
+    {
+        p.files.currentDirectory = L"C:\\ProgramData\\Agent";
+        p.files.addDirectory(p.files.currentDirectory);
+    }
 
     // A rule under both roots, so a job of either root sees it.
     void rule(const std::wstring& name, const std::vector<std::pair<std::wstring, std::wstring>>& values)
