@@ -40,6 +40,20 @@ REGSAM viewRights(FakeKeyStore::View view) { return view == FakeKeyStore::View::
 
 constexpr REGSAM kAllAccess = KEY_ALL_ACCESS;
 
+bool isText(DWORD type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+
+// Text handed back without its terminator gets one in the caller's buffer
+// when there is room for it; the size reported stays what was stored.
+void terminateText(DWORD type, LPBYTE data, DWORD stored, DWORD room)
+{
+    if (!isText(type) || stored < sizeof(wchar_t) || room < stored + sizeof(wchar_t))
+        return;
+    wchar_t last;
+    std::memcpy(&last, data + stored - sizeof(wchar_t), sizeof last);
+    if (last != L'\0')
+        std::memset(data + stored, 0, sizeof(wchar_t));
+}
+
 }  // namespace
 
 platform::Services withKeys(platform::KeyStore& keys)
@@ -94,9 +108,10 @@ std::wstring FakeKeyStore::pathOf(const Node* node) const
 std::wstring FakeKeyStore::viewPath(Node* base, std::wstring_view subkey, REGSAM rights)
 {
     std::wstring path(subkey);
-    // Only paths from a hive root are redirected; a key opened in the 32-bit
+    // Only paths from the machine's root are redirected: the users'
+    // Software is one key for both views, and a key opened in the 32-bit
     // view is already inside it.
-    if (!(rights & KEY_WOW64_32KEY) || base->parent)
+    if (!(rights & KEY_WOW64_32KEY) || base->parent || base->name != L"HKLM")
         return path;
     constexpr std::wstring_view software = L"software";
     std::wstring head = lower(path.substr(0, software.size()));
@@ -439,6 +454,9 @@ std::vector<std::wstring> FakeKeyStore::openedPaths() const
 LSTATUS FakeKeyStore::RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD, REGSAM rights, PHKEY result)
 {
     OpenRecord record{L"open", L"", rights, ERROR_SUCCESS, false};
+    // A failed open hands out no handle.
+    if (result)
+        *result = nullptr;
     REGSAM baseRights = 0;
     Node* base = resolveBase(key, baseRights, record.viaCurrentUser);
     if (!base || !result) {
@@ -539,9 +557,14 @@ LSTATUS FakeKeyStore::RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD options, R
 LSTATUS FakeKeyStore::RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD type, LPBYTE data, LPDWORD size)
 {
     ++m_queries;
+    if (data && !size)
+        return ERROR_INVALID_PARAMETER;
     const Handle* open = handle(key);
     if (!open)
         return ERROR_INVALID_HANDLE;
+    // Asked for the size alone, the caller gets 0 unless a value is found.
+    if (!data && size)
+        *size = 0;
     if (!(open->rights & KEY_QUERY_VALUE))
         return ERROR_ACCESS_DENIED;
     if (open->node->deleted)
@@ -560,20 +583,28 @@ LSTATUS FakeKeyStore::RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD type, LPB
             *size = needed;
         return ERROR_SUCCESS;
     }
-    if (!size)
-        return ERROR_INVALID_PARAMETER;
     if (*size < needed) {
         *size = needed;
         return ERROR_MORE_DATA;
     }
     if (needed)
         std::memcpy(data, stored.bytes.data(), needed);
+    terminateText(stored.type, data, needed, *size);
     *size = needed;
     return ERROR_SUCCESS;
 }
 
 LSTATUS FakeKeyStore::RegSetValueExW(HKEY key, LPCWSTR name, DWORD type, const BYTE* data, DWORD size)
 {
+    if (!data && size)
+        return ERROR_NOACCESS;
+    // Text whose count leaves out a terminator that follows it in memory is
+    // stored with the terminator.
+    if (data && size >= sizeof(wchar_t) && isText(type)) {
+        const wchar_t* text = reinterpret_cast<const wchar_t*>(data);
+        if (text[size / sizeof(wchar_t) - 1] != L'\0' && text[size / sizeof(wchar_t)] == L'\0')
+            size += sizeof(wchar_t);
+    }
     const Handle* open = handle(key);
     if (!open)
         return ERROR_INVALID_HANDLE;
@@ -583,8 +614,6 @@ LSTATUS FakeKeyStore::RegSetValueExW(HKEY key, LPCWSTR name, DWORD type, const B
         return ERROR_KEY_DELETED;
     if (m_setFault != ERROR_SUCCESS)
         return m_setFault;
-    if (!data && size)
-        return ERROR_NOACCESS;
     Value value;
     value.type = type;
     if (size)
@@ -642,6 +671,8 @@ LSTATUS FakeKeyStore::RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD 
 LSTATUS FakeKeyStore::RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength, LPDWORD type,
                                     LPBYTE data, LPDWORD dataSize)
 {
+    if ((data && !dataSize) || !name || !nameLength)
+        return ERROR_INVALID_PARAMETER;
     REGSAM rights = 0;
     bool via = false;
     Node* node = resolveBase(key, rights, via);
@@ -649,33 +680,33 @@ LSTATUS FakeKeyStore::RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD 
         return ERROR_INVALID_HANDLE;
     if (!(rights & KEY_QUERY_VALUE))
         return ERROR_ACCESS_DENIED;
-    if (!name || !nameLength)
-        return ERROR_INVALID_PARAMETER;
     auto list = orderedValues(node);
     if (index >= list.size())
         return ERROR_NO_MORE_ITEMS;
     const std::wstring& found = list[index]->first;
     const Value& stored = list[index]->second;
-    if (*nameLength < found.size() + 1)
-        return ERROR_MORE_DATA;
     const DWORD needed = static_cast<DWORD>(stored.bytes.size());
-    if (data) {
-        if (!dataSize)
-            return ERROR_INVALID_PARAMETER;
-        if (*dataSize < needed) {
-            *dataSize = needed;
-            return ERROR_MORE_DATA;
+    // Whatever doesn't fit, the type and the data's size are reported; a
+    // name that doesn't fit is not given, nor is its length.
+    LSTATUS status = ERROR_SUCCESS;
+    if (*nameLength < found.size() + 1) {
+        status = ERROR_MORE_DATA;
+    } else {
+        std::wmemcpy(name, found.c_str(), found.size() + 1);
+        *nameLength = static_cast<DWORD>(found.size());
+        if (data && *dataSize < needed) {
+            status = ERROR_MORE_DATA;
+        } else if (data) {
+            if (needed)
+                std::memcpy(data, stored.bytes.data(), needed);
+            terminateText(stored.type, data, needed, *dataSize);
         }
-        if (needed)
-            std::memcpy(data, stored.bytes.data(), needed);
     }
-    if (dataSize)
-        *dataSize = needed;
     if (type)
         *type = stored.type;
-    std::wmemcpy(name, found.c_str(), found.size() + 1);
-    *nameLength = static_cast<DWORD>(found.size());
-    return ERROR_SUCCESS;
+    if (dataSize)
+        *dataSize = needed;
+    return status;
 }
 
 LSTATUS FakeKeyStore::RegFlushKey(HKEY key)
