@@ -63,7 +63,14 @@ case "$cmd" in
     lab_share
     exec 9>&-
     # A persistent server spares every test the ~2.4 s wait for its exit.
-    wineserver -p </dev/null >/dev/null 2>&1
+    # One left running (an interrupted run, a program started by hand) may
+    # not be persistent and holds that run's processes: it makes way.
+    if ! wineserver -p </dev/null >/dev/null 2>&1; then
+      echo "lab: replacing the Wine server already running for $WINEPREFIX"
+      wineserver -k >/dev/null 2>&1 || true
+      wineserver -w >/dev/null 2>&1 || true
+      wineserver -p </dev/null >/dev/null 2>&1
+    fi
     wine cmd /c exit 0 </dev/null >/dev/null 2>&1
     ;;
   stop)
