@@ -59,7 +59,7 @@ endfunction()
 
 # The boundary types of the delivery client, seen by the platform services.
 add_library(zt_delivery_types INTERFACE)
-target_include_directories(zt_delivery_types INTERFACE ${CMAKE_SOURCE_DIR}/delivery-client)
+target_include_directories(zt_delivery_types INTERFACE ${CMAKE_SOURCE_DIR}/delivery-client/include)
 
 zt_layer(core FOLDER core)
 # The service interfaces: headers only, so no library of their own.

@@ -1,36 +1,16 @@
 // The project's own delivery client. In this version it keeps the caller's
 // log callback and reports through it; the transfer itself is not part of it
 // yet, so every download operation answers MIRELCLIENT_INIT_FAILED.
+#include "ClientLog.h"
 #include "mirel_types.h"
 
-#include <atomic>
-
-namespace {
-
-std::atomic<MirelLogCallback> g_log{nullptr};
-
-void log(int level, const char* format, ...)
-{
-    MirelLogCallback callback = g_log.load();
-    if (!callback)
-        return;
-    va_list args;
-    va_start(args, format);
-    callback(level, format, args);
-    va_end(args);
-}
-
-const char* textOf(const NarrowText& text)
-{
-    return text.capacity > 15 ? text.data.heapText : text.data.inlineText;
-}
-
-}  // namespace
+using mirel::log;
+using mirel::textOf;
 
 MIRELCLIENT_API void MirelSetLogCallback(MirelLogCallback callback)
 {
     // Quiet here: the caller is usually still opening its own log.
-    g_log.store(callback);
+    mirel::setLogCallback(callback);
 }
 
 MIRELCLIENT_API void MirelSetPemFile(const NarrowText& pemFile)
