@@ -7,8 +7,8 @@ namespace mirel {
 enum LogLevel : int { kDebug = 0, kInfo = 1, kWarning = 2, kError = 3 };
 
 void setLogCallback(MirelLogCallback callback);
-// printf-style with the Microsoft conventions of the caller's formatter, UTF-8; dropped while no callback is registered. The
-// callback may be called from any thread of the client.
+// printf-style, in the Microsoft conventions of the caller's formatter;
+// UTF-8. Dropped while no callback is registered. Any thread may log.
 void log(int level, const char* format, ...) __attribute__((format(ms_printf, 2, 3)));
 
 // The text of a boundary string, wherever it lies.
