@@ -4,7 +4,13 @@
 set -euo pipefail
 
 packages=(wine wine64 g++-mingw-w64-x86-64-posix msitools wixl cmake ninja-build
-          libfmt-dev googletest dpkg-dev python3 openssl make)
+          libfmt-dev googletest dpkg-dev python3 openssl make
+          nginx tinyproxy-bin curl)
+# Servers the HTTPS lab starts itself, unprivileged, on ports of its own
+# (tests/lab/https): none may run as a system service. tinyproxy-bin is the
+# program without the service; nginx brings its service along, which is kept
+# from starting below.
+lab_servers=(nginx tinyproxy)
 
 # jsoncpp is built from Debian's source package, which needs a deb-src entry.
 # The machine already names its archive, mirror and key in its deb entries: the
@@ -117,7 +123,57 @@ if [ ${#missing[@]} -gt 0 ] || [ $need_update -eq 1 ] || [ ! -d /var/lib/apt/lis
    ! ls /var/lib/apt/lists/ 2>/dev/null | grep -q '_Sources'; then
   apt-get update -qq
 fi
+
+# Processes of the lab's server programs, as "pid name" lines.
+server_processes() {
+  local d name
+  for d in /proc/[0-9]*; do
+    name=$(cat "$d/comm" 2>/dev/null) || continue
+    for s in "${lab_servers[@]}"; do
+      [ "$name" = "$s" ] && echo "${d#/proc/} $name"
+    done
+  done
+  return 0
+}
+
 if [ ${#missing[@]} -gt 0 ]; then
   echo "installing: ${missing[*]}"
+  # A package's postinst starts its service through invoke-rc.d unless
+  # policy-rc.d says 101 (action forbidden). One the machine has already
+  # (container images ship one) stays as it is.
+  made_policy=0
+  if [ ! -e /usr/sbin/policy-rc.d ]; then
+    printf '#!/bin/sh\n# zenthra-updatetool setup: no service starts while packages are installed\nexit 101\n' \
+      > /usr/sbin/policy-rc.d
+    chmod 755 /usr/sbin/policy-rc.d
+    made_policy=1
+    trap 'rm -f /usr/sbin/policy-rc.d' EXIT
+  fi
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  if [ $made_policy -eq 1 ]; then
+    rm -f /usr/sbin/policy-rc.d
+    trap - EXIT
+  fi
+  # Nor may the service start at the next boot, or run now if a policy of
+  # the machine let it start.
+  for s in "${lab_servers[@]}"; do
+    if [ -e "/lib/systemd/system/$s.service" ]; then
+      systemctl disable --now "$s.service" >/dev/null 2>&1 || systemctl disable "$s.service" >/dev/null 2>&1 || true
+    fi
+    if [ -x "/etc/init.d/$s" ]; then
+      "/etc/init.d/$s" stop >/dev/null 2>&1 || true
+      update-rc.d "$s" disable >/dev/null 2>&1 || true
+    fi
+  done
+  # Only right after an install: a lab of another build tree may run its
+  # own servers at other times.
+  running=
+  for p in "${missing[@]}"; do
+    case "$p" in nginx|tinyproxy-bin) running=$(server_processes) ;; esac
+  done
+  if [ -n "$running" ]; then
+    echo "setup: a system service of the lab's servers is running after the install:" >&2
+    sed 's/^/  /' <<<"$running" >&2
+    exit 1
+  fi
 fi
