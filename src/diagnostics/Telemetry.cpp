@@ -41,16 +41,9 @@ DWORD writeOver(const corestring& path, const std::string& text)
     return 0;
 }
 
-Json::Value jsonText(const corestring& value) { return Json::Value(WideToUtf8(value)); }
+Json::Value jsonText(const corestring& value) { return Json::Value(CORE::WideToUtf8(value)); }
 
 }  // namespace
-
-std::string WideToUtf8(const corestring& text)
-{
-    CORE::coremstring narrow = CORE::to_mstr(text.c_str(), text.length(), 65001);
-    const char* bytes = narrow.c_str();
-    return std::string(bytes, std::find(bytes, bytes + narrow.length(), '\0'));
-}
 
 bool LoadJsonFile(corestring path, Json::Value& root)
 {

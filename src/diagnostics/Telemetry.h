@@ -10,5 +10,3 @@ bool Util_UpdateDataForTelemetry();
 // Reads and parses the whole file; a missing file is created empty by the
 // read. Sets the thread's last error (0 on success).
 bool LoadJsonFile(CORE::corestring path, Json::Value& root);
-// UTF-8, cut at the first zero byte.
-std::string WideToUtf8(const CORE::corestring& text);

@@ -850,3 +850,31 @@ TEST(corestringText, CoreExceptionHoldsItsOwnCopyOfTheText)
     coreException none(3, nullptr);
     EXPECT_STREQ(L"", none.text());
 }
+
+// ---- WideToUtf8
+
+TEST(WideToUtf8, AsciiIsUnchanged)
+{
+    EXPECT_EQ("SUCCESS 1.2", CORE::WideToUtf8(corestring(L"SUCCESS 1.2")));
+}
+
+TEST(WideToUtf8, EmptyGivesEmpty)
+{
+    EXPECT_EQ("", CORE::WideToUtf8(corestring()));
+    EXPECT_EQ("", CORE::WideToUtf8(corestring(L"")));
+}
+
+TEST(WideToUtf8, NonAsciiBecomesUtf8Bytes)
+{
+    EXPECT_EQ("\xC3\xA9", CORE::WideToUtf8(corestring(L"\u00E9")));
+    EXPECT_EQ("\xE6\x97\xA5", CORE::WideToUtf8(corestring(L"\u65E5")));
+    // A surrogate pair is one four-byte character.
+    EXPECT_EQ("\xF0\x9F\x98\x80", CORE::WideToUtf8(corestring(L"\xD83D\xDE00")));
+}
+
+TEST(WideToUtf8, StopsAtTheFirstZero)
+{
+    corestring withZero(L"ab\0cd", 5);
+    ASSERT_EQ(5u, withZero.length());
+    EXPECT_EQ("ab", CORE::WideToUtf8(withZero));
+}

@@ -1,5 +1,7 @@
 #include "core/string/corestring.h"
 
+#include <algorithm>
+
 #include "core/LazyDll.h"
 #include "core/win.h"
 
@@ -140,6 +142,13 @@ corestring to_wstr(const char* text, std::uint64_t length, std::uint32_t codePag
         throwCore(L"to_wstr Failed");
     }
     return corestring(buffer.get(), wcsnlen(buffer.get(), static_cast<size_t>(n)));
+}
+
+std::string WideToUtf8(const corestring& text)
+{
+    coremstring narrow = to_mstr(text.c_str(), text.length(), 65001);
+    const char* bytes = narrow.c_str();
+    return std::string(bytes, std::find(bytes, bytes + narrow.length(), '\0'));
 }
 
 corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t flags, const void* source,

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <cwchar>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "core/string/coreexception.h"
@@ -234,6 +235,10 @@ using StringList = std::vector<corestring>;
 // Wide to narrow and back through the platform's code page conversion.
 coremstring to_mstr(const wchar_t* text, std::uint64_t length = corestring::npos, std::uint32_t codePage = 65001);
 corestring to_wstr(const char* text, std::uint64_t length = coremstring::npos, std::uint32_t codePage = 65001);
+
+// UTF-8 of the text, cut at the first zero: what crosses to JSON and to the
+// delivery client.
+std::string WideToUtf8(const corestring& text);
 
 // FormatMessageW into 4096 characters, trimmed; empty when there is no text.
 corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t flags, const void* source,
