@@ -1,5 +1,6 @@
 #include "fakes/FakeMachine.h"
 
+#include <algorithm>
 #include <cwchar>
 
 namespace fakes {
@@ -96,6 +97,53 @@ void FakeProcesses::GetNativeSystemInfo(LPSYSTEM_INFO info)
 {
     *info = SYSTEM_INFO{};
     info->wProcessorArchitecture = processorArchitecture;
+}
+
+std::int32_t FakeDelivery::MirelRunDownloads(const std::string& workspace, const std::vector<void*>& downloads)
+{
+    calls.push_back("Run");
+    runWorkspaces.push_back(workspace);
+    runLists.push_back(downloads);
+    if (duringRun)
+        duringRun();
+    return runResult;
+}
+
+void* FakeDelivery::MirelCreateDownload(const std::string& identity, std::int32_t expectedSize, bool flag,
+                                        const std::vector<std::string>& urls,
+                                        const std::vector<std::string>& thumbprints,
+                                        const std::vector<std::string>& proxies, const std::string& pacUrl,
+                                        const std::string& workspace, const std::string& checksum,
+                                        std::int32_t reserved, std::int32_t payloadType)
+{
+    calls.push_back("Create");
+    created.push_back(Download{identity, expectedSize, flag, urls, thumbprints, proxies, pacUrl, workspace, checksum,
+                               reserved, payloadType});
+    return handleOf(std::min<std::size_t>(created.size() - 1, sizeof m_handles - 1));
+}
+
+void FakeDelivery::MirelDestroyDownload(void* download)
+{
+    calls.push_back("Destroy");
+    destroyed.push_back(download);
+}
+
+void FakeDelivery::MirelSetLogCallback(MirelLogCallback callback)
+{
+    ++logCallbackCalls;
+    this->callback = callback;
+}
+
+void FakeDelivery::MirelSetPemFile(const std::string& pemFile)
+{
+    calls.push_back("SetPemFile");
+    pemFiles.push_back(pemFile);
+}
+
+void FakeDelivery::MirelUseSystemCA(const bool* useSystemCA)
+{
+    calls.push_back("UseSystemCA");
+    systemCa.push_back(useSystemCA && *useSystemCA);
 }
 
 }  // namespace fakes

@@ -1,8 +1,9 @@
 #pragma once
 // Fakes of the small services: clock, console, processes, delivery client.
+#include <functional>
+#include <set>
 #include <string>
 #include <vector>
-#include <set>
 
 #include "platform/Clock.h"
 #include "platform/Console.h"
@@ -60,32 +61,50 @@ public:
     bool exitCodeResult = TRUE;
 };
 
+// The delivery client: records what the tool asks of it and answers with the
+// code a test chooses. Download objects are addresses inside the fake.
 class FakeDelivery : public platform::Delivery {
 public:
-    std::int32_t MirelRunDownloads(const NarrowText&, const DownloadHandleList&) override { return runResult; }
-    void* MirelCreateDownload(const NarrowText&, std::int32_t, bool, NarrowTextList, NarrowTextList, NarrowTextList,
-                              const NarrowText&, const NarrowText&, const NarrowText&, std::int32_t,
-                              std::int32_t) override
-    {
-        ++createCalls;
-        return this;
-    }
-    void MirelDestroyDownload(void*) override { ++destroyCalls; }
-    void MirelSetLogCallback(MirelLogCallback callback) override
-    {
-        ++logCallbackCalls;
-        this->callback = callback;
-    }
-    void MirelSetPemFile(const NarrowText&) override { ++pemCalls; }
-    void MirelUseSystemCA(const bool*) override { ++systemCaCalls; }
+    struct Download {
+        std::string identity;
+        std::int32_t expectedSize = 0;
+        bool flag = false;
+        std::vector<std::string> urls, thumbprints, proxies;
+        std::string pacUrl, workspace, checksum;
+        std::int32_t reserved = -1;
+        std::int32_t payloadType = -1;
+    };
+
+    std::int32_t MirelRunDownloads(const std::string& workspace, const std::vector<void*>& downloads) override;
+    void* MirelCreateDownload(const std::string& identity, std::int32_t expectedSize, bool flag,
+                              const std::vector<std::string>& urls, const std::vector<std::string>& thumbprints,
+                              const std::vector<std::string>& proxies, const std::string& pacUrl,
+                              const std::string& workspace, const std::string& checksum, std::int32_t reserved,
+                              std::int32_t payloadType) override;
+    void MirelDestroyDownload(void* download) override;
+    void MirelSetLogCallback(MirelLogCallback callback) override;
+    void MirelSetPemFile(const std::string& pemFile) override;
+    void MirelUseSystemCA(const bool* useSystemCA) override;
 
     MirelLogCallback callback = nullptr;
     int logCallbackCalls = 0;
-    int createCalls = 0;
-    int destroyCalls = 0;
-    int pemCalls = 0;
-    int systemCaCalls = 0;
+    std::vector<Download> created;       // in the order of MirelCreateDownload
+    std::vector<void*> destroyed;        // what MirelDestroyDownload got
+    std::vector<std::string> runWorkspaces;
+    std::vector<std::vector<void*>> runLists;
+    std::vector<std::string> pemFiles;   // what MirelSetPemFile got
+    std::vector<bool> systemCa;          // what MirelUseSystemCA's byte held
+    std::vector<std::string> calls;      // "SetPemFile", "UseSystemCA", "Create", "Run", "Destroy" in order
     std::int32_t runResult = 0;
+    // Runs inside MirelRunDownloads, before it answers: a test may put the
+    // payload where the client would.
+    std::function<void()> duringRun;
+
+    // The object MirelCreateDownload handed out for download n (0 = first).
+    void* handleOf(std::size_t n) { return &m_handles[n]; }
+
+private:
+    char m_handles[16] = {};
 };
 
 }  // namespace fakes

@@ -1,28 +1,36 @@
+#include "platform/win32/DeliveryWire.h"
 #include "platform/win32/Win32Services.h"
 
 namespace platform {
 
-// mirelclient.dll is imported by ordinal through its import library.
+// mirelclient.dll is imported by ordinal through its import library. Texts
+// passed by reference are lent for the call; lists go by value and become
+// the library's (DeliveryWire.h).
 
-std::int32_t Win32Delivery::MirelRunDownloads(const NarrowText& workspace, const DownloadHandleList& downloads)
+std::int32_t Win32Delivery::MirelRunDownloads(const std::string& workspace, const std::vector<void*>& downloads)
 {
-    return ::MirelRunDownloads(workspace, downloads);
+    std::vector<void*> handles(downloads);
+    DownloadHandleList list{handles.data(), handles.data() + handles.size(), handles.data() + handles.size()};
+    return ::MirelRunDownloads(WireText(workspace).get(), list);
 }
 
-void* Win32Delivery::MirelCreateDownload(const NarrowText& identity, std::int32_t expectedSize, bool flag,
-                                         NarrowTextList urls, NarrowTextList thumbprints, NarrowTextList proxies,
-                                         const NarrowText& pacUrl, const NarrowText& workspace,
-                                         const NarrowText& checksum, std::int32_t reserved, std::int32_t payloadType)
+void* Win32Delivery::MirelCreateDownload(const std::string& identity, std::int32_t expectedSize, bool flag,
+                                         const std::vector<std::string>& urls,
+                                         const std::vector<std::string>& thumbprints,
+                                         const std::vector<std::string>& proxies, const std::string& pacUrl,
+                                         const std::string& workspace, const std::string& checksum,
+                                         std::int32_t reserved, std::int32_t payloadType)
 {
-    return ::MirelCreateDownload(identity, expectedSize, flag, urls, thumbprints, proxies, pacUrl, workspace, checksum,
-                                 reserved, payloadType);
+    return ::MirelCreateDownload(WireText(identity).get(), expectedSize, flag, GiveAwayList(urls),
+                                 GiveAwayList(thumbprints), GiveAwayList(proxies), WireText(pacUrl).get(),
+                                 WireText(workspace).get(), WireText(checksum).get(), reserved, payloadType);
 }
 
 void Win32Delivery::MirelDestroyDownload(void* download) { ::MirelDestroyDownload(download); }
 
 void Win32Delivery::MirelSetLogCallback(MirelLogCallback callback) { ::MirelSetLogCallback(callback); }
 
-void Win32Delivery::MirelSetPemFile(const NarrowText& pemFile) { ::MirelSetPemFile(pemFile); }
+void Win32Delivery::MirelSetPemFile(const std::string& pemFile) { ::MirelSetPemFile(WireText(pemFile).get()); }
 
 void Win32Delivery::MirelUseSystemCA(const bool* useSystemCA) { ::MirelUseSystemCA(useSystemCA); }
 

@@ -109,14 +109,15 @@ public:
 
 class Win32Delivery final : public Delivery {
 public:
-    std::int32_t MirelRunDownloads(const NarrowText& workspace, const DownloadHandleList& downloads) override;
-    void* MirelCreateDownload(const NarrowText& identity, std::int32_t expectedSize, bool flag, NarrowTextList urls,
-                              NarrowTextList thumbprints, NarrowTextList proxies, const NarrowText& pacUrl,
-                              const NarrowText& workspace, const NarrowText& checksum, std::int32_t reserved,
+    std::int32_t MirelRunDownloads(const std::string& workspace, const std::vector<void*>& downloads) override;
+    void* MirelCreateDownload(const std::string& identity, std::int32_t expectedSize, bool flag,
+                              const std::vector<std::string>& urls, const std::vector<std::string>& thumbprints,
+                              const std::vector<std::string>& proxies, const std::string& pacUrl,
+                              const std::string& workspace, const std::string& checksum, std::int32_t reserved,
                               std::int32_t payloadType) override;
     void MirelDestroyDownload(void* download) override;
     void MirelSetLogCallback(MirelLogCallback callback) override;
-    void MirelSetPemFile(const NarrowText& pemFile) override;
+    void MirelSetPemFile(const std::string& pemFile) override;
     void MirelUseSystemCA(const bool* useSystemCA) override;
 };
 
