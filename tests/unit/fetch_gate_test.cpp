@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(std::get<0>(info.param).name) + "State" + std::to_string(std::get<1>(info.param));
     });
 
-// The download step under DOWNLOAD is below.
+// The download step under DOWNLOAD downloads: download_test covers it.
 INSTANTIATE_TEST_SUITE_P(
     Steps, FetchGate,
     ::testing::Combine(::testing::Values(Gate{"Download", L"Util_DoDownload", &Util_DoDownload}),
@@ -57,20 +57,3 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(std::get<0>(info.param).name) + "State" + std::to_string(std::get<1>(info.param));
     });
 
-// What the download step does under DOWNLOAD until the download through the
-// delivery client is built: it ends the run and leaves the job's result as
-// it was. This pins the stand-in's behaviour so that a change to it is seen;
-// it is no requirement, and the download's own tests replace it.
-class PlaceholderDownload : public UpdateTest {};
-
-TEST_F(PlaceholderDownload, EndsTheRunWithTheResultAsItWas)
-{
-    g_updateRecord.sUpdateKey = L"Job1";
-    g_updateRecord.nState = STATE_DOWNLOAD;
-    g_updateRecord.sResult = L"EARLIER";
-    EXPECT_FALSE(Util_DoDownload());
-    EXPECT_STREQ(L"EARLIER", g_updateRecord.sResult.c_str());
-    EXPECT_EQ(STATE_DOWNLOAD, g_updateRecord.nState);
-    EXPECT_EQ(std::vector<std::wstring>{L"Util_DoDownload: Update key: Job1 state: DOWNLOAD"},
-              linesOf({L"Util_DoDownload"}));
-}
