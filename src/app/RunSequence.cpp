@@ -61,11 +61,8 @@ bool IsUpdateToolEnabled()
 
 bool IsPreflightCheckComplete()
 {
-    corestring path = GetNewRootKeyPath();
-    path.append(L"\\Agent\\Update\\");
-    path.append(g_updateRecord.sUpdateKey);
-    path.append(L"\\");
-    path.append(L"PreflightCheckComplete");
+    corestring path = JobKeyPath(GetNewRootKeyPath());
+    path.append(L"\\PreflightCheckComplete");
     return ParseBool(RegistryReadOrDefault(path, L"0"));
 }
 

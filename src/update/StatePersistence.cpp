@@ -39,9 +39,7 @@ bool writeStateUnder(const corestring& root, const wchar_t* tag)
     corestring retry;
     corestring::format(retry, L"%d", r.nRetry);
 
-    corestring key = root;
-    key.append(L"\\Agent\\Update\\");
-    key.append(r.sUpdateKey);
+    corestring key = JobKeyPath(root);
     key.append(L"\\");
 
     // ERRORCODE and ERRORDESC report their failure with the FILENAME line.
@@ -124,11 +122,8 @@ bool Util_UpdatePreflightCheckCompleteReg(bool complete)
     corestring text(complete ? L"1" : L"0");
 
     // Always the new root: the relaunch of a legacy workflow looks only there.
-    corestring path = GetNewRootKeyPath();
-    path.append(L"\\Agent\\Update\\");
-    path.append(g_updateRecord.sUpdateKey);
-    path.append(L"\\");
-    path.append(L"PreflightCheckComplete");
+    corestring path = JobKeyPath(GetNewRootKeyPath());
+    path.append(L"\\PreflightCheckComplete");
 
     bool written = RegistryWrite(text, path.c_str(), REG_DWORD, false, false);
     if (!written)

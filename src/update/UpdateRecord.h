@@ -39,3 +39,7 @@ struct UpdateRecord {
 };
 
 extern UpdateRecord g_updateRecord;
+
+// The active job's key below a root ("HKLM\..."): root + "\Agent\Update\" +
+// sUpdateKey, with no value name behind it.
+corestring JobKeyPath(const corestring& root);
