@@ -15,13 +15,6 @@ using CORE::keywordEquals;
 
 namespace {
 
-corestring lastInstallErrorPath(corestring root)
-{
-    root.append(L"\\Agent\\");
-    root.append(L"LastInstallError");
-    return root;
-}
-
 void copyVersions(const Agent& agent)
 {
     g_updateRecord.sFromVersion = agent.installedVersion;
@@ -140,7 +133,7 @@ RunResult App::Update()
     r.sErrorCode = Util_GetErrorInfo(exitCode).name;
     r.sErrorDesc = CORE::errorText(exitCode);
     // The installer leaves its own words here; only the new root is read.
-    corestring installError = RegistryReadOrDefault(lastInstallErrorPath(GetNewRootKeyPath()).c_str(), L"");
+    corestring installError = RegistryReadOrDefault(LastInstallErrorPath(GetNewRootKeyPath()).c_str(), L"");
     if (!installError.empty()) {
         corestring suffix;
         corestring::format(suffix, L" - %s", installError.c_str());
@@ -160,7 +153,7 @@ void App::Cleanup()
 
     // Removed at the end of every run, the new root first.
     for (corestring root : {GetNewRootKeyPath(), GetLegacyRootKeyPath()}) {
-        corestring path = lastInstallErrorPath(root);
+        corestring path = LastInstallErrorPath(root);
         if (!Util_DeleteRegistryIfExists(path))
             LogLine(L"%s: Failed to delete %s registry key", tag, path.c_str());
     }

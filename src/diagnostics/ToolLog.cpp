@@ -57,15 +57,7 @@ void ToolLog::Open(ToolLog& log, bool registerExit)
     log.m_path = GetInstallerLogsDirectory();
     platform::files().CreateDirectoryW(log.m_path.c_str());
 
-    struct tm local {};
-    platform::clock().localtime64(platform::clock().time64(), local);
-    wchar_t name[256];
-    corestring fileName;
-    corestring::format(fileName, L"Tarvelle_Agent_Update_%d%02d%02d%02d%02d%02d.log", local.tm_year + 1900,
-                       local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    wcsncpy(name, fileName.c_str(), 255);
-    name[255] = L'\0';
-    log.m_path.appendPath(name);
+    log.m_path.appendPath(StampedFileName(L"Tarvelle_Agent_Update_%d%02d%02d%02d%02d%02d.log").c_str());
 
     WriteLine(log, corestring(L"=== Begin === "));
 
@@ -115,6 +107,17 @@ void ToolLog::Close(ToolLog& log)
 }
 
 void ToolLog::Close() { Close(TheToolLog()); }
+
+corestring StampedFileName(const wchar_t* format)
+{
+    struct tm local {};
+    platform::clock().localtime64(platform::clock().time64(), local);
+    corestring fileName;
+    corestring::format(fileName, format, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                       local.tm_min, local.tm_sec);
+    // Made in a buffer of 256 characters.
+    return fileName.left(255);
+}
 
 corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
                            wchar_t millisecondsSeparator, int milliseconds)

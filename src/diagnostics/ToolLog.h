@@ -37,6 +37,9 @@ ToolLog& TheToolLog();
 corestring GetInstallerLogsRoot();
 // The tool's own folder below it: GetInstallerLogsRoot() + "updatetool".
 corestring GetInstallerLogsDirectory();
+// A file name from a format with six %d (or %02d) fields: year, month, day,
+// hour, minute, second of the local time now; at most 255 characters.
+corestring StampedFileName(const wchar_t* format);
 corestring FormatTimeStamp(const struct tm& time, wchar_t dateSeparator, wchar_t timeSeparator,
                            wchar_t millisecondsSeparator, int milliseconds);
 corestring NowAsText(wchar_t dateSeparator, wchar_t timeSeparator, wchar_t millisecondsSeparator);

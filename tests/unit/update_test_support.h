@@ -42,6 +42,9 @@ public:
     std::vector<Write> writes;
     std::wstring failValue;  // empty: no fault
     LSTATUS failCode = ERROR_ACCESS_DENIED;
+    // Opening or creating a key with the right to set values fails with
+    // failCode, as a key whose ACL lets the tool read only would.
+    bool refuseWriteAccess = false;
 
     std::vector<std::wstring> names() const
     {
@@ -53,12 +56,16 @@ public:
 
     LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM rights, PHKEY result) override
     {
+        if (refuseWriteAccess && (rights & KEY_SET_VALUE))
+            return failCode;
         return m_inner.RegOpenKeyExW(key, subKey, options, rights, result);
     }
     LSTATUS RegOpenCurrentUser(REGSAM rights, PHKEY result) override { return m_inner.RegOpenCurrentUser(rights, result); }
     LSTATUS RegCreateKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM rights, PHKEY result,
                             LPDWORD disposition) override
     {
+        if (refuseWriteAccess && (rights & KEY_SET_VALUE))
+            return failCode;
         return m_inner.RegCreateKeyExW(key, subKey, options, rights, result, disposition);
     }
     LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD type, LPBYTE data, LPDWORD size) override

@@ -1,6 +1,7 @@
 #include "core/string/corestring.h"
 
 #include <algorithm>
+#include <climits>
 
 #include "core/LazyDll.h"
 #include "core/win.h"
@@ -149,6 +150,32 @@ std::string WideToUtf8(const corestring& text)
     coremstring narrow = to_mstr(text.c_str(), text.length(), 65001);
     const char* bytes = narrow.c_str();
     return std::string(bytes, std::find(bytes, bytes + narrow.length(), '\0'));
+}
+
+bool ToDefaultCodePage(const wchar_t* text, std::uint64_t length, std::string& out)
+{
+    out.clear();
+    if (length == 0)
+        return true;
+    if (length > static_cast<std::uint64_t>(INT_MAX))
+        return false;
+    const int count = static_cast<int>(length);
+    // UTF-8 has a form for every character but lone surrogates, and takes no
+    // default character; the other code pages report what they couldn't map.
+    const bool utf8 = ::GetACP() == CP_UTF8;
+    const DWORD flags = utf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS;
+    BOOL usedDefault = FALSE;
+    BOOL* usedDefaultOut = utf8 ? nullptr : &usedDefault;
+    int bytes = ::WideCharToMultiByte(CP_ACP, flags, text, count, nullptr, 0, nullptr, usedDefaultOut);
+    if (bytes <= 0 || usedDefault)
+        return false;
+    out.resize(static_cast<std::size_t>(bytes));
+    bytes = ::WideCharToMultiByte(CP_ACP, flags, text, count, out.data(), bytes, nullptr, usedDefaultOut);
+    if (bytes <= 0 || usedDefault) {
+        out.clear();
+        return false;
+    }
+    return true;
 }
 
 corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t flags, const void* source,

@@ -239,6 +239,10 @@ corestring to_wstr(const char* text, std::uint64_t length = coremstring::npos, s
 // UTF-8 of the text, cut at the first zero: what crosses to JSON and to the
 // delivery client.
 std::string WideToUtf8(const corestring& text);
+// `length` characters in the system's default (ANSI) code page, all of them
+// or nothing: false when a character has no form of its own there (no
+// best-fit stand-in, no default character).
+bool ToDefaultCodePage(const wchar_t* text, std::uint64_t length, std::string& out);
 
 // FormatMessageW into 4096 characters, trimmed; empty when there is no text.
 corestring systemMessage(std::uint32_t id, std::uint32_t language, std::uint32_t flags, const void* source,
