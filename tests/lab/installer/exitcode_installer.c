@@ -13,6 +13,12 @@
  *   neither            exit with the number that ends the file name
  *                      ("setup-3010.exe" exits 3010), 0 if there is none.
  *
+ * Whatever it does, when "<self>.verboselog" is there and the command line
+ * asks for a verbose log ("/l*v <path>", the path in quotes or not), that
+ * file is copied to the path first, as a real installer leaves its log
+ * behind: the lab's logs are in the Windows Installer's own format, which
+ * Wine's msiexec doesn't write.
+ *
  * The sidecars let the file carry a name that a version is read from (such
  * as "...-8.12.0-9876543.exe") and still exit with any code. The msiexec
  * line it ran and msiexec's code go to "<self>.msiexec.txt" (UTF-16LE).
@@ -151,6 +157,50 @@ static DWORD run_msiexec(const wchar_t* self, const wchar_t* package, const wcha
     return code;
 }
 
+/* The path behind "/l*v" in the arguments, without its quotes; NULL when
+ * none is asked for. */
+static wchar_t* verbose_log_path(const wchar_t* args)
+{
+    for (const wchar_t* at = args; *at; ++at) {
+        if (_wcsnicmp(at, L"/l*v", 4) != 0)
+            continue;
+        at += 4;
+        while (*at == L' ' || *at == L'\t')
+            ++at;
+        const wchar_t* start = at;
+        const wchar_t* end;
+        if (*at == L'"') {
+            start = ++at;
+            end = wcschr(start, L'"');
+            if (!end)
+                end = start + wcslen(start);
+        } else {
+            end = start;
+            while (*end && *end != L' ' && *end != L'\t')
+                ++end;
+        }
+        if (end == start)
+            return NULL;
+        size_t length = (size_t)(end - start);
+        wchar_t* path = calloc(length + 1, sizeof(wchar_t));
+        if (path)
+            wmemcpy(path, start, length);
+        return path;
+    }
+    return NULL;
+}
+
+static void leave_verbose_log(const wchar_t* self, const wchar_t* args)
+{
+    wchar_t* path = verbose_log_path(args);
+    if (!path)
+        return;
+    wchar_t sidecar[SIDECAR_PATH];
+    swprintf(sidecar, SIDECAR_PATH, L"%ls.verboselog", self);
+    CopyFileW(sidecar, path, FALSE);
+    free(path);
+}
+
 static DWORD code_from_name(wchar_t* self)
 {
     wchar_t* slash = wcsrchr(self, L'\\');
@@ -173,6 +223,8 @@ int wmain(void)
     wchar_t sidecar[SIDECAR_PATH];
     swprintf(sidecar, SIDECAR_PATH, L"%ls.cmdline.txt", self);
     write_utf16(sidecar, line);
+
+    leave_verbose_log(self, skip_program(line));
 
     swprintf(sidecar, SIDECAR_PATH, L"%ls.exitcode", self);
     wchar_t* chosen = read_sidecar(sidecar);
