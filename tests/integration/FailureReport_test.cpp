@@ -232,6 +232,34 @@ TEST_F(FailureReport, LogFolderThatCannotBeMadeFailsTheReportButNotTheRun)
     }));
 }
 
+TEST_F(FailureReport, LogOfAQuarterGigabyteWithTheFailureNearTheEndIsReadWhole)
+{
+    // A megabyte of the engine's chatter, again and again, then the failure.
+    VerboseLog chatter;
+    chatter.engineLines(1);
+    const std::string line = msilog::Utf16File(chatter.text(), false);
+    std::string block;
+    while (block.size() + line.size() <= (1u << 20))
+        block += line;
+    std::string log = "\xFF\xFE";
+    log.reserve(std::size_t(257) << 20);
+    while (log.size() < (std::size_t(255) << 20))
+        log += block;
+    std::string tail = FailedInstallLog();
+    log += tail.substr(2);  // without its byte order mark
+    ASSERT_GT(log.size(), std::size_t(255) << 20);
+
+    const std::wstring logPath = InstallerLogPath();
+    const std::wstring installer = PlaceFailingInstaller(L"setup.exe", 1603, log);
+    WriteGenericJob(installer, logPath);
+
+    RunExpecting(-7);
+
+    EXPECT_TRUE(HasWrittenValues(key_, {"UPDATING", "FAILURE", Narrow(installer), "ERROR_INSTALL_FAILURE",
+                                        ExitCodeText(1603) + " - " + kMessage, "1"}));
+    EXPECT_EQ(std::optional<std::wstring>(MultiString(kWindow)), Details());
+}
+
 TEST_F(FailureReport, AgentsOwnInstallerEndingIn1638IsReportedToo)
 {
     const std::wstring logPath = InstallerLogPath();

@@ -327,3 +327,44 @@ TEST_F(FailureReportTest, MultiStringSaysSucceededEvenWhenTheWriteFails)
                                             corestring(L"V"), {corestring(L"first"), corestring(L"second")}));
     EXPECT_EQ(L"WriteMultiStringToRegistry: INFO: WriteMultiStringToRegistry succeeded  - first ", p.logLines().back());
 }
+
+// ---------------------------------------------------------------- what "AGENTLOGFILENAME" may hold
+
+TEST_F(FailureReportTest, LogNameOfAnyTypeIsTakenAsText)
+{
+    // A number names a file called "5" in the current folder: nothing there.
+    p.keys.putDword(HKEY_LOCAL_MACHINE, kJobKey, L"AGENTLOGFILENAME", 5);
+    EXPECT_TRUE(WriteFailedCustomActionDetailsToRegistry());
+    EXPECT_TRUE(p.logHas(L"WriteFailedCustomActionDetailsToRegistry: INFO: MSI error log file name : 5 "));
+    EXPECT_TRUE(p.logHas(L"FetchErrorLines: ERROR: Failed to open and read MSI log file - 5 "));
+    EXPECT_EQ(std::wstring(1, L'\0'), details());
+}
+
+TEST_F(FailureReportTest, LogNameAsMultiStringIsReadUpToItsFirstTerminator)
+{
+    useDeferredFailure();
+    p.keys.putMultiString(HKEY_LOCAL_MACHINE, kJobKey, L"AGENTLOGFILENAME", {kInstallerLog, L"second"});
+    EXPECT_TRUE(WriteFailedCustomActionDetailsToRegistry());
+    EXPECT_EQ(std::wstring(kDescription) + L" - " + kDeferredMessage, whole(g_updateRecord.sErrorDesc));
+}
+
+TEST_F(FailureReportTest, EmptyLogNameIsNoLogName)
+{
+    p.keys.putString(HKEY_LOCAL_MACHINE, kJobKey, L"AGENTLOGFILENAME", L"");
+    EXPECT_TRUE(WriteFailedCustomActionDetailsToRegistry());
+    EXPECT_TRUE(p.logHas(L"WriteFailedCustomActionDetailsToRegistry: INFO: MSI error log file name not set"));
+    EXPECT_FALSE(value(L"ERRORDETAILS").has_value());
+}
+
+TEST_F(FailureReportTest, LogNameOfAFolderOrALongPathIsAnUnreadableLog)
+{
+    for (const std::wstring& name : {std::wstring(L"C:\\logs"), L"C:\\" + std::wstring(32768, L'x')}) {
+        SCOPED_TRACE(name.size());
+        p.files.addDirectory(L"C:\\logs");
+        p.keys.putString(HKEY_LOCAL_MACHINE, kJobKey, L"AGENTLOGFILENAME", name);
+        g_updateRecord.sErrorDesc = kDescription;
+        EXPECT_TRUE(WriteFailedCustomActionDetailsToRegistry());
+        EXPECT_EQ(std::wstring(kDescription) + L" - (null)", whole(g_updateRecord.sErrorDesc));
+        EXPECT_EQ(std::wstring(1, L'\0'), details());
+    }
+}

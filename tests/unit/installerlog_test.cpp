@@ -436,3 +436,34 @@ TEST_F(InstallerLogTest, WindowOfAGeneratedDeferredFailureNamesTheScheduledActio
     EXPECT_EQ(L"CA_Service: service Agent did not startCustomAction CA_Service returned actual error code 1603 ",
               whole(GetFailedCAErrorMessage(result)));
 }
+
+TEST_F(InstallerLogTest, BinaryLogIsReadAsTextWithoutHarm)
+{
+    std::string bytes;
+    std::uint32_t state = 12345;
+    for (int i = 0; i < 200000; ++i) {
+        state = state * 1103515245u + 12345u;
+        bytes.push_back(static_cast<char>(state >> 24));
+    }
+    p.files.addFile(kLog, bytes);
+    std::vector<corestring> result = FetchErrorLines(corestring(kLog));
+    // Whatever lines the bytes make, the window never holds more than the file.
+    std::uint64_t characters = 0;
+    for (const corestring& line : result)
+        characters += line.length();
+    EXPECT_LE(characters, bytes.size() / 2);
+    GetFailedCustomActionName(result);
+    GetFailedCAErrorMessage(result);
+    EXPECT_TRUE(p.logHas(std::wstring(L"FetchErrorLines: Opened MSI log file - ") + kLog + L" "));
+}
+
+TEST_F(InstallerLogTest, Utf8LogFindsNoMarkerAndComesBackAsOneLine)
+{
+    VerboseLog log;
+    log.engineLines(10).customActionFails(L"CA_X", {L"CA_X: failed"});
+    std::wstring text = log.text();
+    p.files.addFile(kLog, std::string(text.begin(), text.end()));  // ASCII is its own UTF-8
+    std::vector<corestring> result = FetchErrorLines(corestring(kLog));
+    ASSERT_EQ(1u, result.size());
+    EXPECT_EQ(nullptr, GetFailedCustomActionName(result).handle());
+}
