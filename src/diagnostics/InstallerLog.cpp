@@ -1,6 +1,7 @@
 #include "diagnostics/InstallerLog.h"
 
 #include <cstring>
+#include <emmintrin.h>
 #include <optional>
 #include <regex>
 #include <string>
@@ -41,17 +42,19 @@ std::optional<std::wstring> scheduledAction(Line line)
     return match[1].str();
 }
 
-// The three ways a line reports the failure of the running action.
-bool isFailureLine(Line line, const std::wstring& currentAction)
+// A failure line of the running action by its name and its tail: the last
+// " 3." of the line stands at its length - 4, that is the line ends in " 3."
+// and one character more, the CR. A 3-character line without " 3." passes
+// too: "not found" and its length - 4 are the same number there. An empty
+// action's name is in every line.
+bool endsLikeTheActionsFailure(Line line, const std::wstring& currentAction)
 {
-    if (contains(line, L"Return value 3"))
-        return true;
-    if (contains(line, L"InstallFinalize") && contains(line, L" 3."))
-        return true;
-    // By the action's name and the tail " 3." and the CR. A 3-character line
-    // without " 3." passes too: rfind's "not found" and its length - 4 are
-    // the same number. An empty action's name is in every line.
-    return line.find(currentAction) != Line::npos && line.rfind(L" 3.") == line.size() - 4;
+    bool tail = false;
+    if (line.size() >= 4)
+        tail = line.compare(line.size() - 4, 3, L" 3.") == 0;
+    else if (line.size() == 3)
+        tail = line != L" 3.";
+    return tail && line.find(currentAction) != Line::npos;
 }
 
 bool isEngineLine(Line text)
@@ -64,6 +67,79 @@ bool isEngineLine(Line text)
         if (contains(text, words))
             return true;
     return false;
+}
+
+// Finds a phrase in the whole log from a position on, remembering its last
+// answer: the scan asks line after line, and most lines hold no phrase, so
+// each phrase costs one pass over the log instead of one search per line.
+// Eight places are tried at a time on the phrase's first and last character;
+// only where both match is the rest compared.
+class PhraseFinder {
+public:
+    PhraseFinder(Line text, Line phrase) : m_text(text), m_phrase(phrase) {}
+    // Whether the phrase starts in [start, end); a phrase without LF that
+    // starts before a line's LF ends before it too.
+    bool inside(std::size_t start, std::size_t end) { return at(start) < end; }
+    // The first place of the phrase at or after `from`.
+    std::size_t at(std::size_t from)
+    {
+        if (!m_searched || (m_next != Line::npos && m_next < from))
+            m_next = search(from);
+        m_searched = true;
+        return m_next;
+    }
+
+private:
+    std::size_t search(std::size_t from) const
+    {
+        const wchar_t* text = m_text.data();
+        const std::size_t n = m_text.size();
+        const std::size_t m = m_phrase.size();
+        const __m128i first = _mm_set1_epi16(static_cast<short>(m_phrase.front()));
+        const __m128i last = _mm_set1_epi16(static_cast<short>(m_phrase.back()));
+        std::size_t i = from;
+        for (; i + m - 1 + 8 <= n; i += 8) {
+            const __m128i heads = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
+            const __m128i tails = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i + m - 1));
+            unsigned mask = static_cast<unsigned>(
+                _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi16(heads, first), _mm_cmpeq_epi16(tails, last))));
+            while (mask) {
+                const unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
+                const std::size_t pos = i + bit / 2;
+                if (m_text.compare(pos, m, m_phrase) == 0)
+                    return pos;
+                mask &= ~(3u << bit);
+            }
+        }
+        for (; i + m <= n; ++i)
+            if (m_text.compare(i, m, m_phrase) == 0)
+                return i;
+        return Line::npos;
+    }
+
+    Line m_text;
+    Line m_phrase;
+    std::size_t m_next = Line::npos;
+    bool m_searched = false;
+};
+
+// The next LF at or after `from`, eight characters at a time.
+std::size_t findLf(Line text, std::size_t from)
+{
+    const wchar_t* p = text.data();
+    const std::size_t n = text.size();
+    std::size_t i = from;
+    const __m128i lf = _mm_set1_epi16(L'\n');
+    for (; i + 8 <= n; i += 8) {
+        const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const int mask = _mm_movemask_epi8(_mm_cmpeq_epi16(units, lf));
+        if (mask)
+            return i + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;
+    }
+    for (; i < n; ++i)
+        if (p[i] == L'\n')
+            return i;
+    return Line::npos;
 }
 
 // Takes the first sandbox remark out the way the report always has: the
@@ -101,12 +177,17 @@ corestring ReadUnicodeFile(const corestring& path)
     corestring text;
     text.resize(bytes / sizeof(wchar_t), true);
     wchar_t* data = &text.charAtForWrite(0);
-    std::memset(data, 0, bytes);
     DWORD read = 0;
-    // Its result isn't looked at: what didn't arrive stays zero.
-    files.ReadFile(file.get(), data, bytes, &read);
-    if (data[0] == 0xFEFF)
-        text.replaceRange(0, 1, nullptr, 0);
+    // Its result isn't looked at: what didn't arrive is zero.
+    if (!files.ReadFile(file.get(), data, bytes, &read) || read > bytes)
+        read = 0;
+    std::memset(reinterpret_cast<char*>(data) + read, 0, bytes - read);
+    // Moved down in place: a new block would hold the log twice.
+    if (data[0] == 0xFEFF) {
+        const std::uint64_t length = text.length();
+        std::memmove(data, data + 1, (length - 1) * sizeof(wchar_t));
+        text.resize(length - 1, false);
+    }
     return text;
 }
 
@@ -120,33 +201,53 @@ std::vector<corestring> FetchErrorLines(const corestring& logPath)
     }
     LogLine(L"%s: Opened MSI log file - %s ", tag, logPath.c_str());
 
-    std::vector<corestring> lines;
-    std::wstring currentAction;
     const Line all = view(text);
+    PhraseFinder returnValue3(all, L"Return value 3");
+    PhraseFinder installFinalize(all, L"InstallFinalize");
+    PhraseFinder doingAction(all, kDoingAction);
+    PhraseFinder actionStart(all, L"Action start ");
+    PhraseFinder schedule(all, L"CustomActionSchedule");
+
+    // The window as places in the text; strings are made of it at the end.
+    struct Span {
+        std::size_t start;
+        std::size_t length;
+    };
+    std::vector<Span> window;
+    std::wstring currentAction;
     for (std::size_t start = 0; start < all.size();) {
         // Each line keeps the CR in front of its LF; a last line needs no LF.
-        const std::size_t lf = all.find(L'\n', start);
+        const std::size_t lf = findLf(all, start);
         const std::size_t end = lf == Line::npos ? all.size() : lf;
         const Line line = all.substr(start, end - start);
-        start = end + 1;
 
-        if (isFailureLine(line, currentAction)) {
-            lines.emplace_back(line.data(), line.size());
+        const bool failed = returnValue3.inside(start, end) ||
+                            (installFinalize.inside(start, end) && contains(line, L" 3.")) ||
+                            endsLikeTheActionsFailure(line, currentAction);
+        if (failed) {
+            window.push_back({start, line.size()});
             break;
         }
         // A new action: the window starts again at its first line.
-        if (const std::size_t at = line.find(kDoingAction); at != Line::npos) {
-            lines.clear();
-            currentAction = trimmed(line.substr(at + kDoingAction.size()), L".\r\n");
-        } else if (contains(line, L"Action start ")) {
-            lines.clear();
-        } else if (contains(line, L"CustomActionSchedule")) {
-            lines.clear();
+        if (doingAction.inside(start, end)) {
+            window.clear();
+            const std::size_t name = doingAction.at(start) + kDoingAction.size();
+            currentAction = trimmed(all.substr(name, end - name), L".\r\n");
+        } else if (actionStart.inside(start, end)) {
+            window.clear();
+        } else if (schedule.inside(start, end)) {
+            window.clear();
             if (std::optional<std::wstring> action = scheduledAction(line))
                 currentAction = *action;
         }
-        lines.emplace_back(line.data(), line.size());
+        window.push_back({start, line.size()});
+        start = end + 1;
     }
+
+    std::vector<corestring> lines;
+    lines.reserve(window.size());
+    for (const Span& span : window)
+        lines.emplace_back(all.data() + span.start, span.length);
     return lines;
 }
 
