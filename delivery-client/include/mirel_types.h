@@ -21,6 +21,23 @@ static_assert(offsetof(NarrowText, length) == 16 && offsetof(NarrowText, capacit
               "NarrowText field offsets are fixed");
 
 // Three pointers: first element, one behind the last, one behind the storage.
+//
+// Who owns a list. MirelCreateDownload takes its three lists by value: the
+// callee receives copies and owns them, and neither side's C++ runtime can
+// free the other's memory. So both sides use the process heap:
+// - the caller allocates each list's array, and the text of every item whose
+//   capacity is above 15, with HeapAlloc(GetProcessHeap(), 0, n) (a text
+//   block holds at least length + 1 bytes, terminated); an empty list is
+//   three null pointers;
+// - from the call on, all of it belongs to the library, which reads what it
+//   needs and gives every such block back with HeapFree(GetProcessHeap(), 0,
+//   block) once done with it, at MirelDestroyDownload at the latest; ours
+//   does so before MirelCreateDownload returns, whatever the outcome;
+// - the caller never touches a list again once it has passed it.
+// Our library checks each block with HeapValidate before freeing it and
+// leaves alone (and logs) what isn't the process heap's, rather than
+// corrupt the heap. Texts passed by reference (NarrowText&) are lent for
+// the call only and stay the caller's.
 struct NarrowTextList {
     NarrowText* first;
     NarrowText* last;
@@ -38,7 +55,8 @@ static_assert(sizeof(DownloadHandleList) == 24, "DownloadHandleList is three poi
 // Levels: 0 debug, 1 info, 2 warning, 3 error.
 typedef void (*MirelLogCallback)(int level, const char* format, va_list arguments);
 
-// Result codes of MirelRunDownloads.
+// Result codes of MirelRunDownloads (delivery-client/README.md says when
+// each comes).
 enum MirelClientResult : std::int32_t {
     MIRELCLIENT_SUCCESS = 0,
     MIRELCLIENT_PEM_FILE_FAILED = 1,
