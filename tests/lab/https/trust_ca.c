@@ -22,6 +22,43 @@ static int fail(const char *what)
     return 2;
 }
 
+static HCERTSTORE openRoot(void)
+{
+    return CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
+}
+
+/* Whether a fresh look at the store finds the certificate. */
+static BOOL inRoot(PCCERT_CONTEXT cert)
+{
+    HCERTSTORE store = openRoot();
+    if (!store)
+        return FALSE;
+    PCCERT_CONTEXT found = CertFindCertificateInStore(store, X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, cert, NULL);
+    if (found)
+        CertFreeCertificateContext(found);
+    CertCloseStore(store, 0);
+    return found != NULL;
+}
+
+/* Wine's LocalMachine\Root answers a delete with success and keeps the
+ * certificate; the registry key it keeps it under (as Windows does) goes
+ * then. */
+static BOOL removeFromRegistry(PCCERT_CONTEXT cert)
+{
+    BYTE hash[20];
+    DWORD size = sizeof hash;
+    if (!CertGetCertificateContextProperty(cert, CERT_SHA1_HASH_PROP_ID, hash, &size) || size != sizeof hash)
+        return FALSE;
+    wchar_t key[128] = L"Software\\Microsoft\\SystemCertificates\\Root\\Certificates\\";
+    size_t at = wcslen(key);
+    for (DWORD i = 0; i < size; ++i)
+        swprintf(key + at + 2 * i, 3, L"%02X", hash[i]);
+    LSTATUS rc = RegDeleteTreeW(HKEY_LOCAL_MACHINE, key);
+    if (rc == ERROR_SUCCESS)
+        rc = RegDeleteKeyW(HKEY_LOCAL_MACHINE, key);
+    return rc == ERROR_SUCCESS || rc == ERROR_FILE_NOT_FOUND;
+}
+
 /* The file's bytes, NUL-terminated; NULL when it can't be read. */
 static BYTE *readAll(const wchar_t *path, DWORD *size)
 {
@@ -69,7 +106,7 @@ int wmain(int argc, wchar_t **argv)
     if (!cert)
         return fail("the file holds no certificate");
 
-    HCERTSTORE store = CertOpenStore(CERT_STORE_PROV_SYSTEM_W, 0, 0, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
+    HCERTSTORE store = openRoot();
     if (!store)
         return fail("can't open LocalMachine\\Root");
 
@@ -89,6 +126,10 @@ int wmain(int argc, wchar_t **argv)
         }
     }
     CertCloseStore(store, 0);
+    if (rc == 0 && !wcscmp(argv[1], L"remove") && inRoot(cert) && (!removeFromRegistry(cert) || inRoot(cert)))
+        rc = fail("the certificate stays in LocalMachine\\Root");
+    if (rc == 0 && !wcscmp(argv[1], L"add") && !inRoot(cert))
+        rc = fail("the certificate added is not found in LocalMachine\\Root");
     CertFreeCertificateContext(cert);
     return rc;
 }
