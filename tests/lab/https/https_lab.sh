@@ -11,7 +11,10 @@
 #
 # LABDIR defaults to BUILD/lab/https, where the integration harness
 # (BUILD/bin) finds LABDIR/lab.ini. Started as root, the servers run as
-# "nobody" when that user can reach LABDIR.
+# "nobody" when that user can reach LABDIR. HTTPS_LAB_SLOW_AFTER=BYTES adds
+# a location /slow-after/ on the servers that sends that many bytes of a
+# response at full speed and the rest slowly (the benchmarks cut a large
+# download there).
 set -euo pipefail
 usage="usage: https_lab.sh start|stop BUILD PREFIX [LABDIR]"
 cmd=${1:?$usage}
@@ -165,6 +168,14 @@ thumbprint() { openssl x509 -in "$1" -noout -fingerprint -sha1 | sed 's/.*=//; s
 
 write_nginx_conf() {
   local conf=$lab/conf/nginx.conf
+  slow_after_location=
+  if [ -n "${HTTPS_LAB_SLOW_AFTER:-}" ]; then
+    slow_after_location="        location /slow-after/ {
+            alias $lab/www/;
+            limit_rate_after ${HTTPS_LAB_SLOW_AFTER//[^0-9]/};
+            limit_rate $SLOW_RATE;
+        }"
+  fi
   server_block() {
     local name=$1 port=$2 cert=$3
     cat <<EOF
@@ -182,6 +193,7 @@ write_nginx_conf() {
             limit_rate $SLOW_RATE;
             if (-f $lab/www/.unthrottled) { set \$limit_rate 0; }
         }
+$slow_after_location
         location /norange-slow/ {
             alias $lab/www/;
             max_ranges 0;
