@@ -378,3 +378,27 @@ TEST(ReadingTest, BadInputNeverCrashes)
     for (const EndedAction& e : r.failedActions)
         EXPECT_EQ(3, e.value);
 }
+
+TEST(ReadingTest, LongLinesFullOfPhrasesAreReadInFull)
+{
+    // Lines a page ran together: every phrase on them still counts.
+    std::wstring errors;
+    std::wstring returns;
+    std::wstring times;
+    const int count = 20000;
+    for (int i = 0; i < count; ++i) {
+        errors += L"Error 1722. Action CA_" + std::to_wstring(i) + L", location: x ";
+        returns += L"CustomAction CA_" + std::to_wstring(i) + L" returned actual error code 1603 ";
+        times += L"Action ended 12:00:00: ";
+    }
+    times += L"CA_Last. Return value 3.";
+    const Reading r = ReadLog({errors, returns, times});
+    ASSERT_EQ(std::size_t(count), r.errors.size());
+    EXPECT_EQ(L"CA_19999", r.errors.back().action);
+    ASSERT_EQ(std::size_t(count), r.customActionReturns.size());
+    EXPECT_EQ(L"CA_19999", r.customActionReturns.back().name);
+    EXPECT_FALSE(r.customActionReturns.back().translatedToSuccess);
+    // The ended line's words in front of the time hold a colon: no end.
+    EXPECT_TRUE(r.failedActions.empty());
+    EXPECT_EQ(L"CA_0", r.verdict.action);
+}

@@ -77,51 +77,64 @@ std::wstring nameAt(View text, std::size_t at, View stops)
 
 std::optional<EndedAction> ParseEndedAction(const std::wstring& text)
 {
-    const View line(text);
-    for (std::size_t at = 0; at < line.size(); ++at) {
-        if (!isDigit(line[at]))
-            continue;
-        std::size_t i = timeOfDayAt(line, at);
-        if (i == View::npos)
-            continue;
-        // The words in front: "Action ended", "Aktion beendet um", "Action
-        // terminée"; one word alone is the progress line "Action 12:00:00: X. text".
-        const View before = trimmed(line.substr(0, at));
-        if (before.find(L' ') == View::npos || before.find(L':') != View::npos)
-            continue;
-        if (i < line.size() && line[i] == L' ')
-            ++i;
-        if (i + 1 >= line.size() || line[i] != L':' || line[i + 1] != L' ')
-            continue;
-        i += 2;
-        while (i < line.size() && line[i] == L' ')
-            ++i;
-        // The name and its dot, then " <words> <number>." and the line's end.
-        std::size_t blank = i;
-        while (blank < line.size() && !isBlank(line[blank]))
-            ++blank;
-        if (blank - i < 2 || line[blank - 1] != L'.' || blank >= line.size())
-            continue;
-        const View rest = trimmed(line.substr(blank));
-        if (rest.size() < 3 || rest.back() != L'.')
-            continue;
-        const View body = rest.substr(0, rest.size() - 1);
-        std::size_t numberStart = body.find_last_of(L' ');
-        if (numberStart == View::npos)
-            continue;
-        ++numberStart;
-        long long value = 0;
-        if (parseNumber(body, numberStart, value) != body.size())
-            continue;
-        const View words = trimmed(body.substr(0, numberStart));
-        bool wordsOnly = !words.empty();
-        for (wchar_t c : words)
-            wordsOnly = wordsOnly && !isDigit(c);
-        if (!wordsOnly)
-            continue;
-        return EndedAction{0, std::wstring(line.substr(i, blank - 1 - i)), value};
+    // Read from the end, so a line costs one pass: "<words> <time>: <Name>.
+    // <words> <number>." ("Action ended", "Aktion beendet um", "Action
+    // terminée à" ... "Return value 3.", "Rückgabewert 3.").
+    const View line = trimmed(text);
+    if (line.size() < 3 || line.back() != L'.')
+        return std::nullopt;
+    const View body = line.substr(0, line.size() - 1);
+    const std::size_t blank = body.find_last_of(L' ');
+    long long value = 0;
+    if (blank == View::npos || parseNumber(body, blank + 1, value) != body.size())
+        return std::nullopt;
+    // Words without digits back to the name, the first token with a dot at its end.
+    std::size_t end = blank;
+    bool words = false;
+    std::size_t nameStart = 0;
+    View name;
+    for (;;) {
+        while (end > 0 && isBlank(body[end - 1]))
+            --end;
+        if (end == 0)
+            return std::nullopt;
+        const std::size_t before = body.find_last_of(L" \t", end - 1);
+        const std::size_t start = before == View::npos ? 0 : before + 1;
+        const View token = body.substr(start, end - start);
+        if (words && token.size() >= 2 && token.back() == L'.') {
+            name = token.substr(0, token.size() - 1);
+            nameStart = start;
+            break;
+        }
+        for (wchar_t c : token)
+            if (isDigit(c))
+                return std::nullopt;
+        words = true;
+        end = start;
     }
-    return std::nullopt;
+    // "<time>: " or "<time> : " in front of the name.
+    std::size_t i = nameStart;
+    while (i > 0 && body[i - 1] == L' ')
+        --i;
+    if (i == nameStart || i == 0 || body[i - 1] != L':')
+        return std::nullopt;
+    --i;
+    if (i > 0 && body[i - 1] == L' ')
+        --i;
+    std::size_t timeStart = View::npos;
+    for (std::size_t length : {std::size_t(8), std::size_t(7)})
+        if (i >= length && timeOfDayAt(body, i - length) == i) {
+            timeStart = i - length;
+            break;
+        }
+    if (timeStart == View::npos)
+        return std::nullopt;
+    // The words in front of the time; one word alone is the progress line
+    // "Action 12:00:00: Name. Description".
+    const View before = trimmed(body.substr(0, timeStart));
+    if (before.find(L' ') == View::npos || before.find(L':') != View::npos)
+        return std::nullopt;
+    return EndedAction{0, std::wstring(name), value};
 }
 
 std::vector<CustomActionReturn> ParseCustomActionReturns(const std::wstring& text)
@@ -140,10 +153,10 @@ std::vector<CustomActionReturn> ParseCustomActionReturns(const std::wstring& tex
         result.name = name;
         if (parseNumber(line, nameStart + name.size() + kReturned.size(), result.code) == View::npos)
             continue;
-        // The remark belongs to this return when no other one comes first.
+        // The remark belongs to this return when it comes before the next one.
         const std::size_t next = line.find(kHead, nameStart);
-        const std::size_t remark = line.find(kTranslated, nameStart);
-        result.translatedToSuccess = remark != View::npos && (next == View::npos || remark < next);
+        const View own = line.substr(nameStart, next == View::npos ? View::npos : next - nameStart);
+        result.translatedToSuccess = own.find(kTranslated) != View::npos;
         found.push_back(result);
     }
     return found;
@@ -154,26 +167,30 @@ std::vector<ErrorBlock> ParseErrorBlocks(const std::wstring& text)
     static constexpr View kError = L"Error ";
     static constexpr View kAction = L"Action ";
     const View line(text);
-    std::vector<ErrorBlock> found;
+    // "Error 1722." and the like: four or five digits and a dot.
+    struct Head {
+        std::size_t at;
+        std::size_t dot;
+        long long number;
+    };
+    std::vector<Head> heads;
     for (std::size_t at = line.find(kError); at != View::npos; at = line.find(kError, at + 1)) {
-        if (at > 0 && std::iswalnum(line[at - 1]))
+        const std::size_t digits = at + kError.size();
+        if ((at > 0 && std::iswalnum(line[at - 1])) || digits >= line.size() || !isDigit(line[digits]))
             continue;
+        long long number = 0;
+        const std::size_t end = parseNumber(line, digits, number);
+        if (end == View::npos || number < 1000 || number > 99999 || end >= line.size() || line[end] != L'.')
+            continue;
+        heads.push_back({at, end, number});
+    }
+    std::vector<ErrorBlock> found;
+    for (std::size_t k = 0; k < heads.size(); ++k) {
+        // A block's text runs to the next block of the line.
+        const std::size_t stop = k + 1 < heads.size() ? heads[k + 1].at : line.size();
+        const View body = trimmed(line.substr(heads[k].dot + 1, stop - heads[k].dot - 1));
         ErrorBlock block;
-        const std::size_t end = parseNumber(line, at + kError.size(), block.number);
-        // "Error 1722." and the like: four or five digits and a dot.
-        if (end == View::npos || block.number < 1000 || block.number > 99999 || line[at + kError.size()] == L'-' ||
-            end >= line.size() || line[end] != L'.')
-            continue;
-        // The text runs to the next block of the line, if another follows.
-        std::size_t stop = line.find(L"Error ", end);
-        while (stop != View::npos) {
-            long long ignored = 0;
-            const std::size_t e = parseNumber(line, stop + kError.size(), ignored);
-            if (e != View::npos && e < line.size() && line[e] == L'.' && ignored >= 1000)
-                break;
-            stop = line.find(L"Error ", stop + 1);
-        }
-        const View body = trimmed(line.substr(end + 1, stop == View::npos ? View::npos : stop - end - 1));
+        block.number = heads[k].number;
         block.text = std::wstring(body);
         // "... Action Name, location: ..., command: ..."
         for (std::size_t a = body.find(kAction); a != View::npos; a = body.find(kAction, a + 1)) {
