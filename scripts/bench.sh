@@ -20,10 +20,17 @@ done
 
 big_dir="$build/lab/share/zt-bench"
 big_scratch="$build/bench-scratch"
+# The benchmarks' own HTTPS lab, beside the tests' one (tests/lab/https).
+https_lab="$(dirname "$here")/tests/lab/https/https_lab.sh"
+https_dir="$build/lab/https-bench"
 clean_up() {
   trap '' INT TERM
+  # Its servers go before the Wine lab it trusts its CA in.
+  if [ -d "$https_dir" ]; then
+    "$https_lab" stop "$build" "$prefix" "$https_dir" >/dev/null || true
+  fi
   "$here/lab.sh" stop "$prefix"
-  rm -rf "$prefix" "$prefix.lock" "$big_dir" "$big_scratch"
+  rm -rf "$prefix" "$prefix.lock" "$big_dir" "$big_scratch" "$https_dir"
 }
 # What an earlier run left behind goes first.
 "$here/lab.sh" stop "$prefix"
@@ -138,4 +145,83 @@ if [ "${BENCH_BIG:-1}" != 0 ] && [ -f "$build/bin/bench_fetch.exe" ] && [ -f "$b
   printf '%-46s %8d %8d   %s\n' "Linux: sha256sum, processor time" "$f_min" "$f_med" "$cpu_r"
   printf '%-46s %8.1f MiB  (target < 32 MiB)\n' "tool: peak working set during a run" \
     "$(awk -v k="$peak_kib" 'BEGIN { print k / 1024 }')"
+fi
+
+# --- 1 GiB payload over HTTPS: the tool and its delivery client beside curl ---
+# A DOWNLOAD run of the tool fetching and verifying a 1 GiB payload from the
+# lab's nginx (tests/lab/https, started here for the bench's prefix) against
+# curl fetching the same URL followed by sha256sum, one right after the other
+# in each round; the tool's peak memory during those runs; and a download cut
+# at 90 % (the tool ended once its partial file holds that much, while nginx
+# sends the rest slowly) finished by the next run, against a whole run.
+# BENCH_HTTPS=0 or BENCH_BIG=0 skips it; BENCH_BIG_RUNS=n sets the rounds.
+if [ "${BENCH_BIG:-1}" != 0 ] && [ "${BENCH_HTTPS:-1}" != 0 ] && [ -f "$build/bin/bench_https.exe" ]; then
+  https_runs=${BENCH_BIG_RUNS:-3}
+  https_size=1073741824
+  https_cut=$(( https_size * 9 / 10 ))
+  if ! HTTPS_LAB_SLOW_AFTER=$https_cut "$https_lab" start "$build" "$prefix" "$https_dir" > "$build/bench-https-lab.log" 2>&1; then
+    echo "bench: the HTTPS lab did not start:" >&2
+    sed 's/^/  /' "$build/bench-https-lab.log" >&2
+    exit 1
+  fi
+  https_port=$(awk -F= '/^\[/ { section = $0 } section == "[ports]" && $1 == "good" { print $2 }' "$https_dir/lab.ini")
+  mkdir -p "$https_dir/www/zt-bench" "$big_scratch"
+  https_payload="$https_dir/www/zt-bench/payload.bin"
+  # The share section's payload, when there is one, serves here as well.
+  if [ ! -f "$big_dir/payload.bin" ] || ! ln -f "$big_dir/payload.bin" "$https_payload" 2>/dev/null; then
+    head -c "$https_size" /dev/urandom > "$https_payload"
+  fi
+  chmod 644 "$https_payload"
+  https_sum=$(sha256sum "$https_payload" | cut -d' ' -f1)
+  https_url="https://localhost:$https_port/zt-bench/payload.bin"
+
+  now_ms() { echo $(( $(date +%s%N) / 1000000 )); }
+  min_median() { sort -g | awk '{ v[NR] = $1 } END { m = NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2; print v[1], m }'; }
+  field() { tr ' ' '\n' | sed -n "s/^$1=//p"; }
+  ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+
+  echo
+  echo "== 1 GiB payload over HTTPS: the tool beside curl + sha256sum ($https_runs rounds)"
+  tool_ms=() curl_ms=() https_ratio=() https_peak=0
+  for round in $(seq "$https_runs"); do
+    t0=$(now_ms)
+    curl -sS --fail --cacert "$https_dir/certs/ca.pem" -o "$big_scratch/curl.bin" "$https_url"
+    curl_sum=$(sha256sum "$big_scratch/curl.bin" | cut -d' ' -f1)
+    curl_ms+=($(( $(now_ms) - t0 )))
+    rm -f "$big_scratch/curl.bin"
+    if [ "$curl_sum" != "$https_sum" ]; then
+      echo "bench: curl fetched other bytes than the payload's" >&2
+      exit 1
+    fi
+    https_out=$("$build/wine-run" "$build/bin/bench_https.exe" fetch "$https_url" "$https_size" "$https_sum" 1 |
+      tr -d '\r')
+    line=$(grep '^https_ms_min=' <<<"$https_out")
+    tool_ms+=($(field https_ms_min <<<"$line"))
+    kib=$(field peak_ws_kib <<<"$line")
+    [ "$kib" -gt "$https_peak" ] && https_peak=$kib
+    https_ratio+=($(ratio "${tool_ms[-1]}" "${curl_ms[-1]}"))
+    echo "  round $round: tool ${tool_ms[-1]} ms, curl + sha256sum ${curl_ms[-1]} ms"
+  done
+
+  resume_out=$("$build/wine-run" "$build/bin/bench_https.exe" resume \
+    "https://localhost:$https_port/slow-after/zt-bench/payload.bin" "$https_size" "$https_sum" "$https_cut" |
+    tr -d '\r')
+  grep -v '^cut_bytes=' <<<"$resume_out" | sed 's/^/  /'
+  line=$(grep '^cut_bytes=' <<<"$resume_out")
+  resume_ms=$(field resume_ms <<<"$line")
+  cut_bytes=$(field cut_bytes <<<"$line")
+
+  read -r a_min a_med < <(printf '%s\n' "${tool_ms[@]}" | min_median)
+  read -r b_min b_med < <(printf '%s\n' "${curl_ms[@]}" | min_median)
+  read -r _ https_r < <(printf '%s\n' "${https_ratio[@]}" | min_median)
+
+  echo
+  printf '%-46s %8s %8s   %s\n' "" "min ms" "med ms" "tool / Linux (median of rounds)"
+  printf '%-46s %8d %8d\n' "tool: DOWNLOAD run over HTTPS (fetch, verify)" "$a_min" "$a_med"
+  printf '%-46s %8d %8d   %s  (target <= 1.30)\n' "Linux: curl + sha256sum" "$b_min" "$b_med" "$https_r"
+  printf '%-46s %8.1f MiB  (target < 32 MiB)\n' "tool: peak working set during an HTTPS run" \
+    "$(awk -v k="$https_peak" 'BEGIN { print k / 1024 }')"
+  printf '%-46s %8d ms after a cut at %s %% (%s of a whole run)\n' "tool: the run that resumes" "$resume_ms" \
+    "$(awk -v c="$cut_bytes" -v s="$https_size" 'BEGIN { printf "%.1f", 100 * c / s }')" \
+    "$(ratio "$resume_ms" "$a_med")"
 fi
