@@ -80,7 +80,9 @@ TEST_F(HttpsTar, ArchiveWithEntriesOutsideTheWorkspaceIsRefused)
     TarJob(tar);
     JobRun job = RunFetch();
     ExpectFailed(job, kVerifyFailed, L"pkg\\generic-tool-1.1.0.msi");
-    // Nothing of the archive landed outside the workspace.
+    // The archive is checked whole before anything is written, and goes
+    // when refused: nothing of it stays, inside the workspace or outside.
+    EXPECT_TRUE(WorkspaceFiles().empty()) << Narrow(WorkspaceFiles().front());
     EXPECT_TRUE(StrayFiles().empty()) << Narrow(StrayFiles().front());
     EXPECT_FALSE(PathExists(JoinPath(tempDir_, L"escaped.txt")));
     EXPECT_FALSE(PathExists(JoinPath(sandbox_, L"escaped-further.txt")));
