@@ -45,15 +45,20 @@ MIRELCLIENT_API void MirelSetLogCallback(MirelLogCallback callback)
 
 MIRELCLIENT_API void MirelSetPemFile(const NarrowText& pemFile)
 {
-    std::string path;
-    std::string why;
-    const bool valid = mirel::readText(pemFile, path, why);
-    mirel::choosePemFile(path, valid, why);
-    if (valid)
-        log(mirel::kInfo, "mirelclient: certificate check: the CA file %s", mirel::forLog(path).c_str());
-    else
-        log(mirel::kError, "mirelclient: the CA file's path is malformed (%s); downloads will fail with %d",
-            why.c_str(), static_cast<int>(MIRELCLIENT_PEM_FILE_FAILED));
+    try {
+        std::string path;
+        std::string why;
+        const bool valid = mirel::readText(pemFile, path, why);
+        mirel::choosePemFile(path, valid, why);
+        if (valid)
+            log(mirel::kInfo, "mirelclient: certificate check: the CA file %s", mirel::forLog(path).c_str());
+        else
+            log(mirel::kError, "mirelclient: the CA file's path is malformed (%s); downloads will fail with %d",
+                why.c_str(), static_cast<int>(MIRELCLIENT_PEM_FILE_FAILED));
+    } catch (...) {
+        mirel::choosePemFile(std::string(), false, "it could not be copied (internal error)");
+        log(mirel::kError, "mirelclient: the CA file's path could not be taken (internal error)");
+    }
 }
 
 MIRELCLIENT_API void MirelUseSystemCA(const bool* useSystemCA)
@@ -113,18 +118,25 @@ MIRELCLIENT_API void* MirelCreateDownload(const NarrowText& identity, std::int32
 
 MIRELCLIENT_API std::int32_t MirelRunDownloads(const NarrowText& workspace, const DownloadHandleList& list)
 {
-    std::string runWorkspace;
-    std::string why;
-    if (!mirel::readText(workspace, runWorkspace, why))
-        log(mirel::kWarning, "mirelclient: the run's workspace argument is malformed (%s); each download uses its own",
-            why.c_str());
-    std::vector<void*> handles;
-    if (!mirel::readHandles(list, handles, why)) {
-        log(mirel::kError, "mirelclient: the list of downloads is malformed (%s): %d (%s)", why.c_str(),
-            static_cast<int>(MIRELCLIENT_QUEUE_DOWNLOAD_FAILED), mirel::resultName(MIRELCLIENT_QUEUE_DOWNLOAD_FAILED));
-        return MIRELCLIENT_QUEUE_DOWNLOAD_FAILED;
+    try {
+        std::string runWorkspace;
+        std::string why;
+        if (!mirel::readText(workspace, runWorkspace, why))
+            log(mirel::kWarning,
+                "mirelclient: the run's workspace argument is malformed (%s); each download uses its own", why.c_str());
+        std::vector<void*> handles;
+        if (!mirel::readHandles(list, handles, why)) {
+            log(mirel::kError, "mirelclient: the list of downloads is malformed (%s): %d (%s)", why.c_str(),
+                static_cast<int>(MIRELCLIENT_QUEUE_DOWNLOAD_FAILED),
+                mirel::resultName(MIRELCLIENT_QUEUE_DOWNLOAD_FAILED));
+            return MIRELCLIENT_QUEUE_DOWNLOAD_FAILED;
+        }
+        return mirel::runDownloads(runWorkspace, handles);
+    } catch (...) {
+        log(mirel::kError, "mirelclient: the run stopped on an internal error: %d (%s)",
+            static_cast<int>(MIRELCLIENT_DOWNLOAD_FAILED), mirel::resultName(MIRELCLIENT_DOWNLOAD_FAILED));
+        return MIRELCLIENT_DOWNLOAD_FAILED;
     }
-    return mirel::runDownloads(runWorkspace, handles);
 }
 
 MIRELCLIENT_API void MirelDestroyDownload(void* handle) { mirel::destroyDownload(handle); }
