@@ -6,14 +6,19 @@
 namespace mirel {
 
 namespace {
-std::atomic<MirelLogCallback> g_log{nullptr};
+// In a struct: the callback's va_list parameter carries an attribute that a
+// template argument would drop.
+struct Callback {
+    MirelLogCallback call;
+};
+std::atomic<Callback> g_log{Callback{nullptr}};
 }  // namespace
 
-void setLogCallback(MirelLogCallback callback) { g_log.store(callback); }
+void setLogCallback(MirelLogCallback callback) { g_log.store(Callback{callback}); }
 
 void log(int level, const char* format, ...)
 {
-    MirelLogCallback callback = g_log.load();
+    MirelLogCallback callback = g_log.load().call;
     if (!callback)
         return;
     va_list args;

@@ -7,12 +7,15 @@
 set -euo pipefail
 usage="usage: test.sh BUILD PREFIX [JOBS]"
 here=$(cd "$(dirname "$0")" && pwd)
-build=${1:?$usage}
+build=$(realpath "${1:?$usage}")
 prefix=$(realpath -m "${2:?$usage}")
 jobs=${3:-$(nproc)}
 
 stop_lab() {
   trap '' INT TERM
+  # The HTTPS servers stop with the tests that started them; an interrupted
+  # run skips that, so they are stopped here too (nothing to do otherwise).
+  "$here/../tests/lab/https/https_lab.sh" stop "$build" "$prefix" >/dev/null 2>&1 || true
   "$here/lab.sh" stop "$prefix"
 }
 trap stop_lab EXIT
